@@ -1,0 +1,114 @@
+#include "qtnapi_isp_frame.h"
+
+#include <cstdlib>
+#include <string>
+
+#include "qtnapi_isp_srv.h"
+
+#define ISP_LOG_AT(level, where, ...) \
+    KXAPI_WRITE_LOG(ISP_MODULE_SRC, (level), static_cast<int>((where).line()), __VA_ARGS__)
+
+bool IspArgsMissing(IspArgs kind, const void* a, const void* b, const void* c, IspWhere where)
+{
+    if (a != nullptr && b != nullptr && c != nullptr) {
+        return false;
+    }
+    switch (kind) {
+        case IspArgs::Parse:
+            ISP_LOG_AT(KXAPI_LOG_ERROR, where, "[KXAPI]:Invalid param, pstHeader[%p] pstHttpContent[%p] pstCtIn[%p]", a,
+                       b, c);
+            break;
+        case IspArgs::PreProc:
+            ISP_LOG_AT(KXAPI_LOG_ERROR, where, "[KXAPI]:Invalid param, pstHeader[%p] pstSynSock[%p] pstCtIn[%p]", a, b,
+                       c);
+            break;
+        case IspArgs::Run:
+            ISP_LOG_AT(KXAPI_LOG_ERROR, where, "[KXAPI]:Invalid param, header[%p] client[%p] ctIn[%p]", a, b, c);
+            break;
+        case IspArgs::RunPst:
+            ISP_LOG_AT(KXAPI_LOG_ERROR, where, "[KXAPI]:Invalid param, pstHeader[%p] pstClient[%p] pstCtIn[%p]", a, b,
+                       c);
+            break;
+    }
+    return true;
+}
+
+int IspStage::Channel(IspChannelRule rule, int* channel, IspWhere where) const
+{
+    int nChannelID = 0;
+    if (GetURIQueryParamByKey<int>(m_header, "ChannelId", &nChannelID) != VW_SUCCESS) {
+        ISP_LOG_AT(KXAPI_LOG_INFO, where, "[KXAPI]:%s, Query param get failed", m_name);
+        return VW_ERR_QUERY;
+    }
+    const bool accepted = rule == IspChannelRule::ThermalOnly ? nChannelID == ISP_THERMAL_CHANNEL : nChannelID >= 0;
+    if (!accepted) {
+        ISP_LOG_AT(KXAPI_LOG_ERROR, where, "[KXAPI]:%d: nChannelID Error", nChannelID);
+        return VW_ERR_RANGE;
+    }
+    *channel = nChannelID;
+    return VW_SUCCESS;
+}
+
+int IspStage::ChannelUnsigned(unsigned* channel, IspWhere where) const
+{
+    unsigned nChannelID = 0;
+    if (GetURIQueryParamByKey<unsigned int>(m_header, "ChannelId", &nChannelID) != VW_SUCCESS) {
+        ISP_LOG_AT(KXAPI_LOG_INFO, where, "[KXAPI]:%s, Query param get failed", m_name);
+        return VW_ERR_QUERY;
+    }
+    *channel = nChannelID;
+    return VW_SUCCESS;
+}
+
+void* IspStage::AllocBytes(size_t size, IspWhere where) const
+{
+    void* block = std::malloc(size);
+    if (block == nullptr) {
+        ISP_LOG_AT(KXAPI_LOG_ERROR, where, "[KXAPI]:%s: malloc fail, response for req[%s %s]", m_name,
+                   m_header->szMethod, m_header->szUrl);
+    }
+    return block;
+}
+
+bool IspStage::Zero(void* dest, size_t size, IspWhere where) const
+{
+    if (memset_s(dest, size, 0, size) != EOK) {
+        ISP_LOG_AT(KXAPI_LOG_ERROR, where, "[KXAPI]:%s: memset_s failed", m_name);
+        return false;
+    }
+    return true;
+}
+
+bool IspStage::SrvGet(unsigned command, uint32_t channel, void* block, unsigned size, IspWhere where) const
+{
+    if (GetIspSrvData(command, channel, block, size) != 0) {
+        ISP_LOG_AT(KXAPI_LOG_ERROR, where, "[KXAPI]:%s: GetIspSrvData failed", m_name);
+        return false;
+    }
+    return true;
+}
+
+bool IspStage::SrvSet(unsigned command, uint32_t channel, void* block, unsigned size, IspWhere where) const
+{
+    if (SetIspSrvData(command, channel, block, size) != 0) {
+        ISP_LOG_AT(KXAPI_LOG_ERROR, where, "[KXAPI]:%s: SetIspSrvData failed", m_name);
+        return false;
+    }
+    return true;
+}
+
+void IspZeroScratch(void* dest, size_t size, IspWhere where)
+{
+    const int ret = memset_s(dest, size, 0, size);
+    if (ret != EOK) {
+        ISP_LOG_AT(KXAPI_LOG_ERROR, where, "[KXAPI]:[%s] expect Ret %d, actual Ret %d.", "memset_s", EOK, ret);
+    }
+}
+
+void IspCopyScratch(void* dest, size_t destMax, const void* src, size_t count, IspWhere where)
+{
+    const int ret = memcpy_s(dest, destMax, src, count);
+    if (ret != EOK) {
+        ISP_LOG_AT(KXAPI_LOG_ERROR, where, "[KXAPI]:[%s] expect Ret %d, actual Ret %d.", "memcpy_s", EOK, ret);
+    }
+}

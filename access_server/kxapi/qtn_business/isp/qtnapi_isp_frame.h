@@ -1,0 +1,127 @@
+/*
+ * What every stage of the ISP module does the same way: the argument check,
+ * the ChannelId rule, diagnostics, the operation-log pair, allocation and
+ * bounds-checked fills of records, ISP service reads and writes that report
+ * their failure, and hanging records on the request context.
+ *
+ * Helpers that write a diagnostic take the caller's source line, so that the
+ * line names the stage's own call.
+ */
+#ifndef QTNAPI_ISP_FRAME_H
+#define QTNAPI_ISP_FRAME_H
+
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <source_location>
+
+#include "kxapi_business_common.h"
+
+#define ISP_MODULE_SRC "access_server/kxapi/qtn_business/isp/qtnapi_isp_module"
+
+/* A diagnostic line of the ISP module at the line of the call. */
+#define ISP_DIAG(level, ...) KXAPI_WRITE_LOG(ISP_MODULE_SRC, (level), __LINE__, __VA_ARGS__)
+
+using IspWhere = std::source_location;
+
+/* The argument lists of the stage kinds, as their "Invalid param" texts name them. */
+enum class IspArgs {
+    Parse,   /* pstHeader pstHttpContent pstCtIn */
+    PreProc, /* pstHeader pstSynSock pstCtIn; Format stages print header, context, buffer */
+    Run,     /* header client ctIn */
+    RunPst,  /* pstHeader pstClient pstCtIn */
+};
+
+/* True, after the kind's "Invalid param" diagnostic, when any pointer is null. */
+bool IspArgsMissing(IspArgs kind, const void* a, const void* b, const void* c, IspWhere where = IspWhere::current());
+
+/* Which ChannelId values a stage accepts. */
+enum class IspChannelRule {
+    NonNegative, /* any value but a negative one */
+    ThermalOnly, /* the thermal channel, 102, alone */
+};
+
+#define ISP_THERMAL_CHANNEL 102
+/* ChannelId of the first channel; the ISP service numbers channels from 0. */
+#define ISP_FIRST_CHANNEL 101
+
+/* A block of the standard allocator, freed when the owner goes out of scope
+ * unless it was hung on the context. */
+struct IspFree {
+    void operator()(void* p) const { std::free(p); }
+};
+template <class T>
+using IspOwned = std::unique_ptr<T, IspFree>;
+
+/* One stage call: its exported name, the request header and the context,
+ * for the helpers that report in the stage's name or touch its slots. */
+class IspStage {
+public:
+    IspStage(const char* name, tagHTTP_HEADER_S* header, tagHTTP_CNTENT_INTER_S* ctIn)
+        : m_name(name), m_header(header), m_ctIn(ctIn)
+    {
+    }
+
+    const char* Name() const { return m_name; }
+    tagHTTP_HEADER_S* Header() const { return m_header; }
+
+    /* Reads ChannelId as a signed number and checks it against the rule.
+     * 0 with *channel set; otherwise the stage's result after the diagnostic
+     * (VW_ERR_QUERY when unreadable, VW_ERR_RANGE when refused). */
+    int Channel(IspChannelRule rule, int* channel, IspWhere where = IspWhere::current()) const;
+    /* Reads ChannelId as an unsigned number; there is no range to check. */
+    int ChannelUnsigned(unsigned* channel, IspWhere where = IspWhere::current()) const;
+
+    /* size bytes from malloc for a record of T; null after the
+     * "malloc fail" diagnostic. */
+    template <class T>
+    IspOwned<T> Alloc(size_t size = sizeof(T), IspWhere where = IspWhere::current()) const
+    {
+        return IspOwned<T>(static_cast<T*>(AllocBytes(size, where)));
+    }
+
+    /* Zero-fills a record or a block whose contents decide the result; false
+     * after the "memset_s failed" diagnostic. */
+    bool Zero(void* dest, size_t size, IspWhere where = IspWhere::current()) const;
+
+    /* Reads or writes an ISP service block; false after the stage's
+     * "GetIspSrvData failed" or "SetIspSrvData failed" diagnostic. */
+    bool SrvGet(unsigned command, uint32_t channel, void* block, unsigned size,
+                IspWhere where = IspWhere::current()) const;
+    bool SrvSet(unsigned command, uint32_t channel, void* block, unsigned size,
+                IspWhere where = IspWhere::current()) const;
+
+    void* Slot(KxapiSlot slot) const { return KxapiSlotGet(m_ctIn, slot); }
+
+    /* Hands a complete record to the context, which owns it from now on. */
+    template <class T>
+    void Hang(KxapiSlot slot, IspOwned<T> record) const
+    {
+        m_ctIn->apvSlot[slot] = record.release();
+    }
+
+    /* One operation-log entry: the English and Chinese texts with the
+     * header's identity and the entry's values, on both channels. */
+    template <class... Values>
+    void OpLog(const char* english, const char* chinese, Values... values) const
+    {
+        for (int channel : {KXAPI_OPLOG_PRIMARY, KXAPI_OPLOG_SECONDARY}) {
+            VW_WriteLanguageLog(channel, KXAPI_LOG_MODULE, english, chinese, m_header->szOpUser, m_header->szOpAddr,
+                                m_header->ullOpPort, values...);
+        }
+    }
+
+private:
+    void* AllocBytes(size_t size, IspWhere where) const;
+
+    const char* m_name;
+    tagHTTP_HEADER_S* m_header;
+    tagHTTP_CNTENT_INTER_S* m_ctIn;
+};
+
+/* Fills or copies a scratch buffer that is about to be overwritten anyway: a
+ * failure is only reported ("expect Ret") and the stage goes on. */
+void IspZeroScratch(void* dest, size_t size, IspWhere where = IspWhere::current());
+void IspCopyScratch(void* dest, size_t destMax, const void* src, size_t count, IspWhere where = IspWhere::current());
+
+#endif /* QTNAPI_ISP_FRAME_H */

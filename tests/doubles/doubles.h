@@ -1,0 +1,138 @@
+/*
+ * Test doubles of the platform for the module's objects.
+ *
+ * The unit-test executable links the module's objects with the real
+ * bounds-checked and common libraries, and with the doubles below in place
+ * of the log and the framed-message library. Calls of malloc, calloc, open,
+ * close and the bounds-checked calls are routed through the linker's --wrap,
+ * so a test can make the n-th such call fail.
+ */
+#ifndef TEST_DOUBLES_H
+#define TEST_DOUBLES_H
+
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kxapi_common.h"
+
+namespace doubles {
+
+/* ---- Fault injection ---------------------------------------------------- */
+
+enum class Call { Malloc, Calloc, MemsetS, MemcpyS, StrncpyS };
+
+/* Makes the n-th call (1 = the next) of `call` fail: allocations return null,
+ * bounds-checked calls return `code` without doing anything. */
+void FailNth(Call call, int n, int code = 34);
+/* Number of calls of `call` since the last ResetFaults(). */
+int CallCount(Call call);
+void ResetFaults();
+
+/* ---- Captured log ------------------------------------------------------- */
+
+struct Diag {
+    int module, level, debugFlag, reserved;
+    std::string file;
+    int line;
+    std::string format;
+    std::string text;
+};
+
+struct OpLog {
+    int channel, module;
+    std::string formatEn, formatCn;
+    std::string en, cn;
+};
+
+std::vector<Diag>& Diags();
+std::vector<OpLog>& OpLogs();
+void ClearLogs();
+/* The formats of the captured diagnostics, in order. */
+std::vector<std::string> DiagFormats();
+
+/* ---- Scripted ISP service ----------------------------------------------- */
+
+/* Steps of an exchange that a test can make fail. */
+enum class SrvStep { None, Open, New, HeaderSet, ContentAdd, Send, Recv };
+
+struct SrvRequest {
+    int fd;
+    uint8_t op;       /* low 7 bits of the operation byte */
+    uint8_t opTopBit; /* top bit as the module left it */
+    uint8_t reserved; /* header byte 2 */
+    uint16_t command;
+    bool hasChannel;
+    uint32_t channel;
+    std::vector<uint8_t> content;
+    bool timed;
+    int timeout;
+};
+
+struct SrvReply {
+    uint16_t status = 200;
+    std::vector<uint8_t> content;
+};
+
+class ScriptedIsp {
+public:
+    /* Fails the given step of the next exchange(s) with errno `err`. */
+    SrvStep failStep = SrvStep::None;
+    int failErrno = 0;
+    /* Optional replacement of the service's answer; the default keeps one
+     * block per command and channel: a read answers the stored block (zeros
+     * of the request's size when none is stored), a write stores the request
+     * content and answers it. */
+    std::function<SrvReply(const SrvRequest&)> answer;
+
+    std::map<std::pair<uint16_t, uint32_t>, std::vector<uint8_t>> blocks;
+    std::vector<SrvRequest> requests;
+    int opens = 0;
+    int closes = 0;
+    int messagesLive = 0;
+
+    void Reset();
+    SrvReply Serve(const SrvRequest& request);
+
+    template <class T>
+    void Store(uint16_t command, uint32_t channel, const T& block)
+    {
+        auto& b = blocks[{command, channel}];
+        b.resize(sizeof(T));
+        std::memcpy(b.data(), &block, sizeof(T));
+    }
+};
+
+ScriptedIsp& Isp();
+
+/* ---- Host records of one request ---------------------------------------- */
+
+struct Request {
+    tagHTTP_HEADER_S header{};
+    tagHTTP_CONTENT_S content{};
+    tagUNIX_SOCKET_S sock{};
+    tagHTTP_CLIENT_S client{};
+    tagHTTP_CNTENT_INTER_S ctx{};
+    tagHTTP_BUF_S buf{};
+    char storage[16384] = {0};
+    std::string body;
+
+    explicit Request(const char* method = "GET", const char* url = "/isp?ChannelId=101", const char* text = nullptr);
+    ~Request();
+    Request(const Request&) = delete;
+    Request& operator=(const Request&) = delete;
+
+    void* Slot(int i) const { return ctx.apvSlot[i]; }
+    std::string Response() const { return std::string(buf.pcData, buf.ulLength); }
+};
+
+/* Resets faults, logs and the scripted service; for every test's SetUp. */
+void ResetAll();
+
+}  // namespace doubles
+
+#endif /* TEST_DOUBLES_H */

@@ -1,0 +1,247 @@
+// The member codec on records made for the test: conversion rules, merging,
+// key order and the text contract.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "doubles.h"
+#include "kx_member_codec.h"
+
+struct _Pt {
+    unsigned x;
+    int y;
+};
+
+struct _Rec {
+    bool on;
+    int i;
+    unsigned u;
+    char name[8];
+    _Pt pt;
+    _Pt pts[2];
+    long long big;
+    double d;
+    unsigned short clock;
+    int when;
+};
+
+template <>
+struct MemberTable<_Pt> {
+    static auto coders() { return std::make_tuple(member(&_Pt::x, "x"), member(&_Pt::y, "y")); }
+};
+
+template <>
+struct MemberTable<_Rec> {
+    static auto coders()
+    {
+        return std::make_tuple(member(&_Rec::on, "on"), member(&_Rec::i, "i"), member(&_Rec::u, "u"),
+                               member(&_Rec::name, "name"), member(&_Rec::pt, "pt"), member(&_Rec::pts, "pts"),
+                               member(&_Rec::big, "big"), member(&_Rec::d, "d"),
+                               member(&_Rec::clock, "clock", KX_KIND_CLOCK),
+                               member(&_Rec::when, "when", KX_KIND_DATETIME));
+    }
+};
+
+// A record whose JSON object groups members that have no record of their own.
+struct _Flat {
+    unsigned a;
+    unsigned b;
+    int c;
+};
+
+template <>
+struct MemberTable<_Flat> {
+    static auto coders()
+    {
+        return std::make_tuple(group<_Flat>("outer", group<_Flat>("inner", member(&_Flat::a, "a")),
+                                            member(&_Flat::b, "b")),
+                               member(&_Flat::c, "c"));
+    }
+};
+
+namespace {
+
+_Rec Sample()
+{
+    _Rec r{};
+    r.on = true;
+    r.i = -3;
+    r.u = 4294967295u;
+    std::strcpy(r.name, "cam");
+    r.pt = {1, -1};
+    r.pts[0] = {2, 3};
+    r.pts[1] = {4, 5};
+    r.big = -9000000000LL;
+    r.d = 0.25;
+    r.clock = 1440;
+    r.when = 0;
+    return r;
+}
+
+std::string Encoded(const _Rec& r)
+{
+    char* text = json_encode(r);
+    std::string out = text != nullptr ? text : "<null>";
+    std::free(text);
+    return out;
+}
+
+class MemberCodec : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        doubles::ResetAll();
+        setenv("TZ", "UTC", 1);
+        tzset();
+    }
+};
+
+TEST_F(MemberCodec, EncodesEveryTypeInTableOrder)
+{
+    EXPECT_EQ(Encoded(Sample()),
+              R"({ "on": true, "i": -3, "u": 4294967295, "name": "cam", "pt": { "x": 1, "y": -1 }, )"
+              R"("pts": [ { "x": 2, "y": 3 }, { "x": 4, "y": 5 } ], "big": -9000000000, "d": 0.25, )"
+              R"("clock": "24:00", "when": "1970-01-01 00:00:00" })");
+}
+
+TEST_F(MemberCodec, GroupsNestMembersOfOneRecord)
+{
+    _Flat f{1, 2, -3};
+    char* text = json_encode(f);
+    ASSERT_NE(text, nullptr);
+    EXPECT_STREQ(text, R"({ "outer": { "inner": { "a": 1 }, "b": 2 }, "c": -3 })");
+    std::free(text);
+
+    ASSERT_EQ(json_decode(R"({"outer": {"inner": {"a": 7}}, "c": 9})", nullptr, f), 0);
+    EXPECT_EQ(f.a, 7u);
+    EXPECT_EQ(f.b, 2u);
+    EXPECT_EQ(f.c, 9);
+    EXPECT_EQ(json_decode(R"({"outer": {"b": "x"}})", nullptr, f), -1);
+}
+
+struct DecodeCase {
+    const char* name;
+    const char* json;
+    int rc;
+    std::function<void(const _Rec&)> check;
+};
+
+class Decode : public MemberCodec, public testing::WithParamInterface<DecodeCase> {};
+
+TEST_P(Decode, MergesByTheConversionRules)
+{
+    _Rec r = Sample();
+    EXPECT_EQ(json_decode(GetParam().json, nullptr, r), GetParam().rc);
+    GetParam().check(r);
+}
+
+void Unchanged(const _Rec& r)
+{
+    const _Rec s = Sample();
+    EXPECT_EQ(std::memcmp(&r, &s, sizeof(r)), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rules, Decode,
+    testing::Values(
+        DecodeCase{"EmptyObject", "{}", 0, Unchanged},
+        DecodeCase{"TopLevelArray", "[1,2]", 0, Unchanged},
+        DecodeCase{"TopLevelNumber", "5", 0, Unchanged},
+        DecodeCase{"NullText", "null", -1, Unchanged},
+        DecodeCase{"Malformed", "{\"u\":", -1, Unchanged},
+        DecodeCase{"NullValuesCountAsAbsent", R"({"u": null, "pt": null, "pts": null, "name": null})", 0, Unchanged},
+        DecodeCase{"UnknownKeysIgnored", R"({"zz": "text"})", 0, Unchanged},
+        DecodeCase{"UnsignedMinusOneKeepsLowBits", R"({"u": -1})", 0,
+                   [](const _Rec& r) { EXPECT_EQ(r.u, 4294967295u); }},
+        DecodeCase{"UnsignedNegativeFloatGivesZero", R"({"u": -1.0})", 0, [](const _Rec& r) { EXPECT_EQ(r.u, 0u); }},
+        DecodeCase{"UnsignedWrapsPast32Bits", R"({"u": 4294967301})", 0, [](const _Rec& r) { EXPECT_EQ(r.u, 5u); }},
+        DecodeCase{"UnsignedFloatTruncates", R"({"u": 7.9})", 0, [](const _Rec& r) { EXPECT_EQ(r.u, 7u); }},
+        DecodeCase{"UnsignedFloatSaturates", R"({"u": 1e12})", 0,
+                   [](const _Rec& r) { EXPECT_EQ(r.u, 4294967295u); }},
+        DecodeCase{"UnsignedTrueIsOne", R"({"u": true})", 0, [](const _Rec& r) { EXPECT_EQ(r.u, 1u); }},
+        DecodeCase{"IntFloatTowardZero", R"({"i": -2.5})", 0, [](const _Rec& r) { EXPECT_EQ(r.i, -2); }},
+        DecodeCase{"IntFloatSaturatesLow", R"({"i": -1e12})", 0, [](const _Rec& r) { EXPECT_EQ(r.i, INT32_MIN); }},
+        DecodeCase{"IntFloatSaturatesHigh", R"({"i": 3e9})", 0, [](const _Rec& r) { EXPECT_EQ(r.i, INT32_MAX); }},
+        DecodeCase{"IntKeepsLowBits", R"({"i": 4294967295})", 0, [](const _Rec& r) { EXPECT_EQ(r.i, -1); }},
+        DecodeCase{"BoolFromNumbers", R"({"on": 0.0})", 0, [](const _Rec& r) { EXPECT_FALSE(r.on); }},
+        DecodeCase{"BoolFromInteger", R"({"on": 2})", 0,
+                   [](const _Rec& r) {
+                       EXPECT_TRUE(r.on);
+                       EXPECT_EQ(reinterpret_cast<const unsigned char&>(r.on), 1);
+                   }},
+        DecodeCase{"StringForNumberFailsAfterEarlierMembers", R"({"i": 8, "u": "7"})", -1,
+                   [](const _Rec& r) {
+                       EXPECT_EQ(r.i, 8);
+                       EXPECT_EQ(r.u, 4294967295u);
+                   }},
+        DecodeCase{"ObjectForNumberFails", R"({"u": {}})", -1, [](const _Rec&) {}},
+        DecodeCase{"ArrayForBoolFails", R"({"on": []})", -1, [](const _Rec&) {}},
+        DecodeCase{"TextThatFits", R"({"name": "1234567"})", 0,
+                   [](const _Rec& r) { EXPECT_STREQ(r.name, "1234567"); }},
+        DecodeCase{"TextTooLong", R"({"name": "12345678"})", -1, [](const _Rec& r) { EXPECT_STREQ(r.name, "cam"); }},
+        DecodeCase{"NumberForTextFails", R"({"name": 5})", -1, [](const _Rec&) {}},
+        DecodeCase{"RecordMerges", R"({"pt": {"y": 9}})", 0,
+                   [](const _Rec& r) {
+                       EXPECT_EQ(r.pt.x, 1u);
+                       EXPECT_EQ(r.pt.y, 9);
+                   }},
+        DecodeCase{"RecordGivenAsNumberIsLeft", R"({"pt": 5})", 0, Unchanged},
+        DecodeCase{"ArrayLongerUsesFirstN", R"({"pts": [{"x": 7}, {"y": 8}, {"x": 99}]})", 0,
+                   [](const _Rec& r) {
+                       EXPECT_EQ(r.pts[0].x, 7u);
+                       EXPECT_EQ(r.pts[0].y, 3);
+                       EXPECT_EQ(r.pts[1].y, 8);
+                   }},
+        DecodeCase{"ArrayShorterKeepsRest", R"({"pts": [{"x": 7}]})", 0,
+                   [](const _Rec& r) {
+                       EXPECT_EQ(r.pts[0].x, 7u);
+                       EXPECT_EQ(r.pts[1].x, 4u);
+                   }},
+        DecodeCase{"ArrayElementBadTypeFails", R"({"pts": [{"x": "a"}]})", -1, [](const _Rec&) {}},
+        DecodeCase{"NonArrayForArrayFails", R"({"pts": {}})", -1, [](const _Rec&) {}},
+        DecodeCase{"ClockText", R"({"clock": "7:05"})", 0, [](const _Rec& r) { EXPECT_EQ(r.clock, 425); }},
+        DecodeCase{"ClockEndOfDay", R"({"clock": "24:00"})", 0, [](const _Rec& r) { EXPECT_EQ(r.clock, 1440); }},
+        DecodeCase{"ClockTrailingJunk", R"({"clock": "07:05x"})", -1, [](const _Rec&) {}},
+        DecodeCase{"ClockNumberAsKindZero", R"({"clock": 90})", 0, [](const _Rec& r) { EXPECT_EQ(r.clock, 90); }},
+        DecodeCase{"DateTimeText", R"({"when": "1970-01-02 00:00:01"})", 0,
+                   [](const _Rec& r) { EXPECT_EQ(r.when, 86401); }},
+        DecodeCase{"DateTimeBadText", R"({"when": "1970-01-02"})", -1, [](const _Rec&) {}}),
+    [](const testing::TestParamInfo<DecodeCase>& info) { return std::string(info.param.name); });
+
+TEST_F(MemberCodec, NullTextIsRefused)
+{
+    _Rec r = Sample();
+    EXPECT_EQ(json_decode(nullptr, nullptr, r), -1);
+}
+
+TEST_F(MemberCodec, EncodeArrayOfNoItemsIsEmpty)
+{
+    _Pt pts[1] = {{1, 2}};
+    json_object* array = json_encode_array(pts, 0);
+    EXPECT_STREQ(cJSON_Print(array), "[ ]");
+    cJSON_Delete(array);
+}
+
+// Every failing step of the text contract gives null and leaks nothing.
+TEST_F(MemberCodec, TextContractFailuresGiveNull)
+{
+    const struct {
+        doubles::Call call;
+    } failures[] = {{doubles::Call::Malloc}, {doubles::Call::MemsetS}, {doubles::Call::StrncpyS}};
+    for (const auto& f : failures) {
+        doubles::ResetFaults();
+        doubles::FailNth(f.call, 1);
+        EXPECT_EQ(json_encode(Sample()), nullptr) << static_cast<int>(f.call);
+    }
+}
+
+TEST_F(MemberCodec, DecodeTextCopyFailureRefuses)
+{
+    _Rec r = Sample();
+    doubles::FailNth(doubles::Call::Malloc, 1);
+    EXPECT_EQ(json_decode(R"({"clock": "01:00"})", nullptr, r), -1);
+    EXPECT_EQ(r.clock, 1440);
+}
+
+}  // namespace
