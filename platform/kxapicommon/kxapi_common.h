@@ -113,4 +113,28 @@ extern template KXAPI_HOST_API VW_RESULT_TYPE GetURIQueryParamByKey<int>(tagHTTP
 extern template KXAPI_HOST_API VW_RESULT_TYPE GetURIQueryParamByKey<unsigned int>(tagHTTP_HEADER_S*, std::string,
                                                                                   unsigned int*);
 
+/* The status envelope of a response that carries no settings record. The
+ * server keeps the HTTP status it answers with in the leading word. */
+struct KXAPI_RESPONSE_STATUS {
+    char RequestURL[256];
+    long long StatusCode;
+    char StatusString[128];
+};
+
+struct KXAPI_RESPONSE {
+    unsigned long long ullHttpStatus;
+    KXAPI_RESPONSE_STATUS ResponseStatus;
+};
+
+/* The envelope for this request and stage result: the request URL from the
+ * header, the result code as StatusCode and its text (see the README for the
+ * table of codes, texts and HTTP statuses). */
+KXAPI_HOST_API KXAPI_RESPONSE FillResponseStatusParam(tagHTTP_HEADER_S* pstHeader, VW_RESULT_TYPE result);
+
+/* Writes the envelope for `result` as the whole response into pstBuf and sets
+ * the buffer's HTTP status. 0 when written; -1 for a null header or buffer,
+ * or when the text could not be made or taken by the buffer. */
+KXAPI_HOST_API int FormatCommonStatus(tagHTTP_HEADER_S* pstHeader, VW_RESULT_TYPE result,
+                                      tagHTTP_CNTENT_INTER_S* pstCtIn, tagHTTP_BUF_S* pstBuf);
+
 #endif /* KXAPI_COMMON_H */
