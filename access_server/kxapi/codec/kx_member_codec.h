@@ -451,12 +451,8 @@ json_object* json_encode_array(Record const* items, int count)
 template <class Record>
 char* json_encode(Record const& record)
 {
-    json_object* root = cJSON_CreateObject();
+    json_object* root = jsonEncoder<Record>::encode_nulldata(record, nullptr);
     if (root == nullptr) {
-        return nullptr;
-    }
-    if (kxcodec::encode_all(record, root, MemberTable<Record>::coders()) != 0) {
-        cJSON_Delete(root);
         return nullptr;
     }
     return kx_json_print_copy(root);

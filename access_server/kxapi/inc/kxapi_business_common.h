@@ -6,6 +6,9 @@
 #ifndef KXAPI_BUSINESS_COMMON_H
 #define KXAPI_BUSINESS_COMMON_H
 
+#include <cstring>
+
+#include "kx_member_codec.h"
 #include "kxapi_common.h"
 #include "securec.h"
 #include "vw_log.h"
@@ -42,5 +45,61 @@ enum KxapiSlot : int {
 };
 
 inline void* KxapiSlotGet(tagHTTP_CNTENT_INTER_S* pstCtIn, KxapiSlot slot) { return pstCtIn->apvSlot[slot]; }
+
+/* The status envelope as JSON: "ResponseStatus" holding "RequestURL",
+ * "StatusCode" and "StatusString". */
+template <>
+struct MemberTable<KXAPI_RESPONSE_STATUS> {
+    static auto coders()
+    {
+        return std::make_tuple(member(&KXAPI_RESPONSE_STATUS::RequestURL, "RequestURL"),
+                               member(&KXAPI_RESPONSE_STATUS::StatusCode, "StatusCode"),
+                               member(&KXAPI_RESPONSE_STATUS::StatusString, "StatusString"));
+    }
+};
+
+template <>
+struct MemberTable<KXAPI_RESPONSE> {
+    static auto coders() { return std::make_tuple(member(&KXAPI_RESPONSE::ResponseStatus, "ResponseStatus")); }
+};
+
+extern template KXAPI_EXPORT char* json_encode<KXAPI_RESPONSE>(KXAPI_RESPONSE const&);
+
+/* Writes the JSON response of a GET into pstBuf: the result record's text
+ * when the context holds one, otherwise the status envelope for `result`.
+ * 0 on success, -1 on a null argument or when the text could not be made or
+ * taken by the buffer. The record stays on the context. */
+template <class T>
+int FormatCommonResponse(tagHTTP_HEADER_S* pstHeader, VW_RESULT_TYPE result, tagHTTP_CNTENT_INTER_S* pstCtInt,
+                         tagHTTP_BUF_S* pstBuf)
+{
+    if (pstHeader == nullptr || pstCtInt == nullptr || pstBuf == nullptr) {
+        KXAPI_WRITE_LOG(KXAPI_COMMON_SRC, KXAPI_LOG_ERROR, __LINE__,
+                        "[KXAPI]:%s: invalid param, pstHeader[%p] pstCtInt[%p] pstBuf[%p]", "FormatCommonResponse",
+                        static_cast<void*>(pstHeader), static_cast<void*>(pstCtInt), static_cast<void*>(pstBuf));
+        return -1;
+    }
+    char* text = nullptr;
+    if (const T* record = static_cast<const T*>(KxapiSlotGet(pstCtInt, KXAPI_SLOT_RESULT))) {
+        text = json_encode<T>(*record);
+    } else {
+        const KXAPI_RESPONSE envelope = FillResponseStatusParam(pstHeader, result);
+        text = json_encode<KXAPI_RESPONSE>(envelope);
+    }
+    if (text == nullptr) {
+        KXAPI_WRITE_LOG(KXAPI_COMMON_SRC, KXAPI_LOG_ERROR, __LINE__, "[KXAPI]:%s: json_encode fail",
+                        "FormatCommonResponse");
+        return -1;
+    }
+    const uint32_t length = static_cast<uint32_t>(std::strlen(text));
+    const int taken = pstBuf->Copy2Buf(pstBuf, text, length);
+    std::free(text);
+    if (taken == -1) {
+        KXAPI_WRITE_LOG(KXAPI_COMMON_SRC, KXAPI_LOG_ERROR, __LINE__, "[KXAPI]:%s: Copy2Buf fail, dataLen[%llu]",
+                        "FormatCommonResponse", static_cast<unsigned long long>(length));
+        return -1;
+    }
+    return 0;
+}
 
 #endif /* KXAPI_BUSINESS_COMMON_H */

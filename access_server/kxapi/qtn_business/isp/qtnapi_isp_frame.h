@@ -124,4 +124,75 @@ private:
 void IspZeroScratch(void* dest, size_t size, IspWhere where = IspWhere::current());
 void IspCopyScratch(void* dest, size_t destMax, const void* src, size_t count, IspWhere where = IspWhere::current());
 
+/* The English and Chinese texts of a resource's success and failure entries
+ * for one direction (read or change). */
+struct IspOpTexts {
+    const char* okEn;
+    const char* okCn;
+    const char* failEn;
+    const char* failCn;
+};
+
+/* Writes one entry of a resource with the values its texts list, taken from
+ * the record. */
+template <class T>
+using IspLogValues = void (*)(const IspStage& stage, const char* english, const char* chinese, const T& record);
+
+/* The FormatGet stage of a resource whose result record is a T: a failed
+ * result is entered in the operation log and answered with VW_ERR_RANGE and
+ * no body; a success is entered with the record's values and answered with
+ * the record's JSON (or the envelope when there is no record). */
+template <class T>
+int IspFormatGet(const char* name, tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, tagHTTP_CNTENT_INTER_S* ctIn,
+                 tagHTTP_BUF_S* buf, const IspOpTexts& texts, IspLogValues<T> logValues,
+                 IspWhere where = IspWhere::current())
+{
+    if (IspArgsMissing(IspArgs::PreProc, header, ctIn, buf, where)) {
+        return VW_ERR_PARAM;
+    }
+    const IspStage stage(name, header, ctIn);
+    if (result != VW_SUCCESS) {
+        stage.OpLog(texts.failEn, texts.failCn);
+        return VW_ERR_RANGE;
+    }
+    if (const T* record = static_cast<const T*>(stage.Slot(KXAPI_SLOT_RESULT))) {
+        logValues(stage, texts.okEn, texts.okCn, *record);
+    }
+    return FormatCommonResponse<T>(header, VW_SUCCESS, ctIn, buf);
+}
+
+/* What a FormatPut stage answers for a failed result. */
+enum class IspPutFailure {
+    Refuse, /* VW_ERR_RANGE and no body: the server answers with its own error */
+    Status, /* the status envelope for the failed result */
+};
+
+/* The FormatPut stage of a resource whose request record is an R: without a
+ * request record it answers VW_ERR_RANGE and logs nothing; otherwise the
+ * outcome is entered in the operation log with the values that were (to be)
+ * set, and a success is answered with the status envelope. */
+template <class R>
+int IspFormatPut(const char* name, tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, tagHTTP_CNTENT_INTER_S* ctIn,
+                 tagHTTP_BUF_S* buf, const IspOpTexts& texts, IspLogValues<R> logValues, IspPutFailure onFailure,
+                 IspWhere where = IspWhere::current())
+{
+    if (IspArgsMissing(IspArgs::PreProc, header, ctIn, buf, where)) {
+        return VW_ERR_PARAM;
+    }
+    const IspStage stage(name, header, ctIn);
+    const R* record = static_cast<const R*>(stage.Slot(KXAPI_SLOT_REQUEST));
+    if (record == nullptr) {
+        return VW_ERR_RANGE;
+    }
+    if (result != VW_SUCCESS) {
+        logValues(stage, texts.failEn, texts.failCn, *record);
+        if (onFailure == IspPutFailure::Refuse) {
+            return VW_ERR_RANGE;
+        }
+        return FormatCommonStatus(header, result, ctIn, buf);
+    }
+    logValues(stage, texts.okEn, texts.okCn, *record);
+    return FormatCommonStatus(header, VW_SUCCESS, ctIn, buf);
+}
+
 #endif /* QTNAPI_ISP_FRAME_H */

@@ -1,0 +1,273 @@
+// Focus and capability resources.
+#include "qtnapi_isp_focus.h"
+
+#include <cstring>
+
+#include "qtnapi_isp_frame.h"
+#include "qtnapi_isp_srv.h"
+
+using PointMaxCoder = MemberCoder<_AfCalibratePointAttr, unsigned int, NullAlloc, NullDealloc>;
+using PlanePointsCoder = MemberCoder<_AfCalibratePointAttr, _AfPlanePoint[AF_PLANE_POINT_COUNT], NullAlloc, NullDealloc>;
+
+template KXAPI_EXPORT char* json_encode<_AfStatusInfo>(_AfStatusInfo const&);
+template KXAPI_EXPORT int FormatCommonResponse<_AfStatusInfo>(tagHTTP_HEADER_S*, VW_RESULT_TYPE,
+                                                              tagHTTP_CNTENT_INTER_S*, tagHTTP_BUF_S*);
+template KXAPI_EXPORT char* json_encode<_AfCalibratePointAttr>(_AfCalibratePointAttr const&);
+template KXAPI_EXPORT int json_decode<_AfCalibratePointAttr>(const char*, void*, _AfCalibratePointAttr&);
+template KXAPI_EXPORT int json_encode_member<_AfCalibratePointAttr, unsigned int, NullAlloc, NullDealloc,
+                                             PlanePointsCoder>(_AfCalibratePointAttr const&, json_object*,
+                                                               PointMaxCoder const&, PlanePointsCoder);
+template KXAPI_EXPORT json_object* json_encode_array<_AfPlanePoint>(_AfPlanePoint const*, int);
+template KXAPI_EXPORT int FormatCommonResponse<_AfCalibratePointAttr>(tagHTTP_HEADER_S*, VW_RESULT_TYPE,
+                                                                      tagHTTP_CNTENT_INTER_S*, tagHTTP_BUF_S*);
+
+namespace {
+
+template <class T>
+T Field(const uint8_t* block, size_t offset)
+{
+    T value;
+    std::memcpy(&value, block + offset, sizeof(T));
+    return value;
+}
+
+template <class T>
+void PutField(uint8_t* block, size_t offset, T value)
+{
+    std::memcpy(block + offset, &value, sizeof(T));
+}
+
+size_t PointOffset(int i, bool y) { return AF_PLANE_POINTS_OFFSET + 8 * static_cast<size_t>(i) + (y ? 4 : 0); }
+
+// ---- Autofocus status ----
+
+const IspOpTexts kAfStatusLog = {
+    "%s[%s:%llu] Get ISP Af Status Param Successfully. HorDegree: %lf, VerDegree:%lf, CurRatio:%lf ,calibrateState:%u.",
+    "%s[%s:%llu] 获取图像自动聚焦状态参数成功. 水平视场角: %lf, 垂直视场角:%lf, 当前倍率:%lf, 聚焦标定状态:%u.",
+    "%s[%s:%llu] Get ISP Af Status Param Fail.",
+    "%s[%s:%llu] 获取图像自动聚焦状态参数失败.",
+};
+
+void LogAfStatus(const IspStage& stage, const char* en, const char* cn, const _AfStatusInfo& status)
+{
+    stage.OpLog(en, cn, status.horDegree, status.verDegree, status.zoomRatioCur, status.calibrateState);
+}
+
+// ---- Autofocus plane calibration points ----
+
+const IspOpTexts kAfPlaneGetLog = {
+    "%s[%s:%llu] Get ISP Af PlanePoint Param Successfully. Enable:%d, pointMax: %u, point1_x:%u, point1_y:%u, "
+    "point2_x:%u, point2_y:%u, point3_x:%u, point3_y:%u, point4_x:%u, point4_y:%u.",
+    "%s[%s:%llu] 获取图像自动聚焦平面标定点参数成功. 使能:%d, 点数: %u, 点1x坐标:%u, 点1y坐标:%u, 点2x坐标:%u, "
+    "点2y坐标:%u, 点3x坐标:%u, 点3y坐标:%u, 点4x坐标:%u, 点4y坐标:%u.",
+    "%s[%s:%llu] Get ISP Af PlanePoint Param Fail.",
+    "%s[%s:%llu] 获取图像自动聚焦平面标定点参数失败.",
+};
+
+const IspOpTexts kAfPlanePutLog = {
+    "%s[%s:%llu] Set ISP Af PlanePoint Param Successfully. Enable:%d, pointMax: %u, point1_x:%u, point1_y:%u, "
+    "point2_x:%u, point2_y:%u, point3_x:%u, point3_y:%u, point4_x:%u, point4_y:%u.",
+    "%s[%s:%llu] 设置图像自动聚焦平面标定点参数成功. 使能:%d, 点数: %u, 点1x坐标:%u, 点1y坐标:%u, 点2x坐标:%u, "
+    "点2y坐标:%u, 点3x坐标:%u, 点3y坐标:%u, 点4x坐标:%u, 点4y坐标:%u.",
+    "%s[%s:%llu] Set ISP Af PlanePoint Param Fail. Enable:%d, pointMax: %u, point1_x:%u, point1_y:%u, "
+    "point2_x:%u, point2_y:%u, point3_x:%u, point3_y:%u, point4_x:%u, point4_y:%u.",
+    "%s[%s:%llu] 设置图像自动聚焦平面标定点参数失败. 使能:%d, 点数: %u, 点1x坐标:%u, 点1y坐标:%u, 点2x坐标:%u, "
+    "点2y坐标:%u, 点3x坐标:%u, 点3y坐标:%u, 点4x坐标:%u, 点4y坐标:%u.",
+};
+
+void LogAfPlane(const IspStage& stage, const char* en, const char* cn, const _AfCalibratePointAttr& plane)
+{
+    const _AfPlanePoint* p = plane.planePoints;
+    stage.OpLog(en, cn, static_cast<int>(plane.enable), plane.PointMax, p[0].planePointX, p[0].planePointY,
+                p[1].planePointX, p[1].planePointY, p[2].planePointX, p[2].planePointY, p[3].planePointX,
+                p[3].planePointY);
+}
+
+// A PUT logs the values of the block that was (to be) sent.
+void LogAfPlaneBlock(const IspStage& stage, const char* en, const char* cn, const AfParamBlock& block)
+{
+    LogAfPlane(stage, en, cn, AfPlaneFromBlock(block));
+}
+
+// ChannelId 101 is the service's channel 0.
+uint32_t ServiceChannel(long long channelId) { return static_cast<uint32_t>(channelId - ISP_FIRST_CHANNEL); }
+
+}  // namespace
+
+// The switch is one byte that the service keeps as 0 or 1; any other value
+// is taken as on, so that the record always holds a valid boolean.
+_AfCalibratePointAttr AfPlaneFromBlock(const AfParamBlock& block)
+{
+    _AfCalibratePointAttr plane;
+    plane.enable = block.data[AF_PLANE_ENABLE_OFFSET] != 0;
+    plane.PointMax = Field<uint32_t>(block.data, AF_PLANE_POINT_MAX_OFFSET);
+    for (int i = 0; i < AF_PLANE_POINT_COUNT; ++i) {
+        plane.planePoints[i].planePointX = Field<uint32_t>(block.data, PointOffset(i, false));
+        plane.planePoints[i].planePointY = Field<uint32_t>(block.data, PointOffset(i, true));
+    }
+    return plane;
+}
+
+void AfPlaneToBlock(const _AfCalibratePointAttr& plane, AfParamBlock* block)
+{
+    block->data[AF_PLANE_ENABLE_OFFSET] = plane.enable ? 1 : 0;
+    PutField<uint32_t>(block->data, AF_PLANE_POINT_MAX_OFFSET, plane.PointMax);
+    for (int i = 0; i < AF_PLANE_POINT_COUNT; ++i) {
+        PutField<uint32_t>(block->data, PointOffset(i, false), plane.planePoints[i].planePointX);
+        PutField<uint32_t>(block->data, PointOffset(i, true), plane.planePoints[i].planePointY);
+    }
+}
+
+// The status is read from the service's channel 0; ChannelId is only checked.
+KXAPI_STAGE int RunGetIspIaasAfStatus(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
+                                      tagHTTP_CNTENT_INTER_S* ctIn)
+{
+    if (IspArgsMissing(IspArgs::Run, header, client, ctIn)) {
+        return VW_ERR_PARAM;
+    }
+    const IspStage stage(__func__, header, ctIn);
+    int channel = 0;
+    if (const int rc = stage.Channel(IspChannelRule::NonNegative, &channel); rc != VW_SUCCESS) {
+        return rc;
+    }
+    IspOwned<_AfStatusInfo> status = stage.Alloc<_AfStatusInfo>();
+    if (status == nullptr) {
+        return VW_ERR_NO_MEMORY;
+    }
+    AfParamBlock block;
+    if (!stage.Zero(status.get(), sizeof(_AfStatusInfo)) || !stage.Zero(&block, sizeof(block)) ||
+        !stage.SrvGet(ISP_CMD_AF, 0, &block, sizeof(block))) {
+        return VW_ERR_PARAM;
+    }
+    status->horDegree = Field<double>(block.data, AF_HOR_DEGREE_OFFSET);
+    status->verDegree = Field<double>(block.data, AF_VER_DEGREE_OFFSET);
+    status->zoomRatioCur = Field<double>(block.data, AF_ZOOM_RATIO_OFFSET);
+    status->calibrateState = Field<uint32_t>(block.data, AF_CALIBRATE_STATE_OFFSET);
+    stage.Hang(KXAPI_SLOT_RESULT, std::move(status));
+    return VW_SUCCESS;
+}
+
+KXAPI_STAGE int FormatGetIspIaasAfStatus(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
+                                         tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf)
+{
+    return IspFormatGet<_AfStatusInfo>(__func__, header, result, ctIn, buf, kAfStatusLog, LogAfStatus);
+}
+
+KXAPI_STAGE int RunGetIspIaasAfPlanePoint(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
+                                          tagHTTP_CNTENT_INTER_S* ctIn)
+{
+    if (IspArgsMissing(IspArgs::Run, header, client, ctIn)) {
+        return VW_ERR_PARAM;
+    }
+    const IspStage stage(__func__, header, ctIn);
+    int channel = 0;
+    if (const int rc = stage.Channel(IspChannelRule::NonNegative, &channel); rc != VW_SUCCESS) {
+        return rc;
+    }
+    IspOwned<_AfCalibratePointAttr> plane = stage.Alloc<_AfCalibratePointAttr>();
+    if (plane == nullptr) {
+        return VW_ERR_NO_MEMORY;
+    }
+    AfParamBlock block;
+    if (!stage.Zero(plane.get(), sizeof(_AfCalibratePointAttr)) || !stage.Zero(&block, sizeof(block)) ||
+        !stage.SrvGet(ISP_CMD_AF, ServiceChannel(channel), &block, sizeof(block))) {
+        return VW_ERR_PARAM;
+    }
+    *plane = AfPlaneFromBlock(block);
+    stage.Hang(KXAPI_SLOT_RESULT, std::move(plane));
+    return VW_SUCCESS;
+}
+
+KXAPI_STAGE int FormatGetIspIaasAfPlanePoint(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
+                                             tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf)
+{
+    return IspFormatGet<_AfCalibratePointAttr>(__func__, header, result, ctIn, buf, kAfPlaneGetLog, LogAfPlane);
+}
+
+// The block goes out as allocated: the service's reply overwrites all of it.
+// Its first word goes back to the service as 0.
+KXAPI_STAGE int PreProcPutIspIaasAfPlanePoint(tagHTTP_HEADER_S* pstHeader, tagUNIX_SOCKET_S* pstSynSock,
+                                              tagHTTP_CNTENT_INTER_S* pstCtIn)
+{
+    if (IspArgsMissing(IspArgs::PreProc, pstHeader, pstSynSock, pstCtIn)) {
+        return VW_ERR_PARAM;
+    }
+    const IspStage stage(__func__, pstHeader, pstCtIn);
+    int channel = 0;
+    if (const int rc = stage.Channel(IspChannelRule::NonNegative, &channel); rc != VW_SUCCESS) {
+        return rc;
+    }
+    IspOwned<AfParamBlock> current = stage.Alloc<AfParamBlock>();
+    if (current == nullptr) {
+        return VW_ERR_NO_MEMORY;
+    }
+    if (!stage.SrvGet(ISP_CMD_AF, ServiceChannel(channel), current.get(), sizeof(AfParamBlock))) {
+        return VW_ERR_PARAM;
+    }
+    PutField<uint32_t>(current->data, 0, 0);
+    stage.Hang(KXAPI_SLOT_CURRENT, std::move(current));
+    return VW_SUCCESS;
+}
+
+// The body is merged into the calibration fields of the current block; the
+// merged block, copied whole, becomes the request record.
+KXAPI_STAGE int ParsePutIspIaasAfPlanePoint(tagHTTP_HEADER_S* pstHeader, tagHTTP_CONTENT_S* pstHttpContent,
+                                            tagHTTP_CNTENT_INTER_S* pstCtIn)
+{
+    if (IspArgsMissing(IspArgs::Parse, pstHeader, pstHttpContent, pstCtIn)) {
+        return VW_ERR_PARAM;
+    }
+    const IspStage stage(__func__, pstHeader, pstCtIn);
+    auto* current = static_cast<AfParamBlock*>(stage.Slot(KXAPI_SLOT_CURRENT));
+    if (current == nullptr) {
+        ISP_DIAG(KXAPI_LOG_ERROR, "[KXAPI]:null point");
+        return VW_ERR_PARAM;
+    }
+    _AfCalibratePointAttr plane = AfPlaneFromBlock(*current);
+    if (json_decode<_AfCalibratePointAttr>(pstHttpContent->pcBody, nullptr, plane) != 0) {
+        ISP_DIAG(KXAPI_LOG_ERROR, "[KXAPI]:%s[%d] json decode fail\n", __func__, __LINE__);
+        return VW_ERR_BODY;
+    }
+    AfPlaneToBlock(plane, current);
+    IspOwned<AfParamBlock> request = stage.Alloc<AfParamBlock>();
+    if (request == nullptr) {
+        return VW_ERR_NO_MEMORY;
+    }
+    if (!stage.Zero(request.get(), sizeof(AfParamBlock))) {
+        return VW_ERR_PARAM;
+    }
+    IspCopyScratch(request.get(), sizeof(AfParamBlock), current, sizeof(AfParamBlock));
+    stage.Hang(KXAPI_SLOT_REQUEST, std::move(request));
+    return VW_SUCCESS;
+}
+
+// The server calls this stage only after PreProc and Parse succeeded; should
+// the request record still be missing, nothing is written.
+KXAPI_STAGE int RunPutIspIaasAfPlanePoint(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
+                                          tagHTTP_CNTENT_INTER_S* ctIn)
+{
+    if (IspArgsMissing(IspArgs::Run, header, client, ctIn)) {
+        return VW_ERR_PARAM;
+    }
+    const IspStage stage(__func__, header, ctIn);
+    unsigned channel = 0;
+    if (const int rc = stage.ChannelUnsigned(&channel); rc != VW_SUCCESS) {
+        return rc;
+    }
+    auto* request = static_cast<AfParamBlock*>(stage.Slot(KXAPI_SLOT_REQUEST));
+    if (request == nullptr) {
+        ISP_DIAG(KXAPI_LOG_ERROR, "[KXAPI]:null point");
+        return VW_ERR_PARAM;
+    }
+    if (!stage.SrvSet(ISP_CMD_AF, ServiceChannel(channel), request, sizeof(AfParamBlock))) {
+        return VW_ERR_PARAM;
+    }
+    return VW_SUCCESS;
+}
+
+KXAPI_STAGE int FormatPutIspIaasAfPlanePoint(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
+                                             tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf)
+{
+    return IspFormatPut<AfParamBlock>(__func__, header, result, ctIn, buf, kAfPlanePutLog, LogAfPlaneBlock,
+                                      IspPutFailure::Status);
+}

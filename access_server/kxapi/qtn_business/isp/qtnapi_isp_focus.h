@@ -1,0 +1,100 @@
+/*
+ * Focus and capability resources: records and stages.
+ */
+#ifndef QTNAPI_ISP_FOCUS_H
+#define QTNAPI_ISP_FOCUS_H
+
+#include <cstdint>
+
+#include "kxapi_business_common.h"
+
+/* The autofocus parameter block (service command 17). */
+#define AF_BLOCK_SIZE 1240
+#define AF_PLANE_ENABLE_OFFSET 1044
+#define AF_PLANE_POINT_MAX_OFFSET 1048
+#define AF_PLANE_POINTS_OFFSET 1052
+#define AF_ZOOM_RATIO_OFFSET 1208
+#define AF_HOR_DEGREE_OFFSET 1216
+#define AF_VER_DEGREE_OFFSET 1224
+#define AF_CALIBRATE_STATE_OFFSET 1232
+#define AF_PLANE_POINT_COUNT 4
+
+/* The autofocus block as the context holds it between the stages of a PUT. */
+struct AfParamBlock {
+    uint8_t data[AF_BLOCK_SIZE];
+};
+
+/* The lens's state as the service reports it. */
+struct _AfStatusInfo {
+    double horDegree;
+    double verDegree;
+    double zoomRatioCur;
+    unsigned int calibrateState;
+};
+
+struct _AfPlanePoint {
+    unsigned int planePointX;
+    unsigned int planePointY;
+};
+
+/* The focus plane calibration: switch, points in use, the four points. */
+struct _AfCalibratePointAttr {
+    bool enable;
+    unsigned int PointMax;
+    _AfPlanePoint planePoints[AF_PLANE_POINT_COUNT];
+};
+
+template <>
+struct MemberTable<_AfStatusInfo> {
+    static auto coders()
+    {
+        return std::make_tuple(member(&_AfStatusInfo::horDegree, "horDegree"),
+                               member(&_AfStatusInfo::verDegree, "verDegree"),
+                               member(&_AfStatusInfo::zoomRatioCur, "zoomRatioCur"),
+                               member(&_AfStatusInfo::calibrateState, "calibrateState"));
+    }
+};
+
+template <>
+struct MemberTable<_AfPlanePoint> {
+    static auto coders()
+    {
+        return std::make_tuple(member(&_AfPlanePoint::planePointX, "planePointX"),
+                               member(&_AfPlanePoint::planePointY, "planePointY"));
+    }
+};
+
+template <>
+struct MemberTable<_AfCalibratePointAttr> {
+    static auto coders()
+    {
+        return std::make_tuple(member(&_AfCalibratePointAttr::enable, "enable"),
+                               member(&_AfCalibratePointAttr::PointMax, "PointMax"),
+                               member(&_AfCalibratePointAttr::planePoints, "planePoints"));
+    }
+};
+
+/* The calibration fields of an autofocus block and back; the other bytes of
+ * the block are not touched. */
+_AfCalibratePointAttr AfPlaneFromBlock(const AfParamBlock& block);
+void AfPlaneToBlock(const _AfCalibratePointAttr& plane, AfParamBlock* block);
+
+KXAPI_STAGE int RunGetIspIaasAfStatus(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
+                                      tagHTTP_CNTENT_INTER_S* ctIn);
+KXAPI_STAGE int FormatGetIspIaasAfStatus(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
+                                         tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf);
+
+KXAPI_STAGE int RunGetIspIaasAfPlanePoint(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
+                                          tagHTTP_CNTENT_INTER_S* ctIn);
+KXAPI_STAGE int FormatGetIspIaasAfPlanePoint(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
+                                             tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf);
+KXAPI_STAGE int PreProcPutIspIaasAfPlanePoint(tagHTTP_HEADER_S* pstHeader, tagUNIX_SOCKET_S* pstSynSock,
+                                              tagHTTP_CNTENT_INTER_S* pstCtIn);
+KXAPI_STAGE int ParsePutIspIaasAfPlanePoint(tagHTTP_HEADER_S* pstHeader, tagHTTP_CONTENT_S* pstHttpContent,
+                                            tagHTTP_CNTENT_INTER_S* pstCtIn);
+KXAPI_STAGE int RunPutIspIaasAfPlanePoint(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
+                                          tagHTTP_CNTENT_INTER_S* ctIn);
+KXAPI_STAGE int FormatPutIspIaasAfPlanePoint(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
+                                             tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf);
+
+#endif /* QTNAPI_ISP_FOCUS_H */

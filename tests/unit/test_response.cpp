@@ -1,0 +1,102 @@
+// The response template: the record's text or the status envelope, and what
+// the buffer's Copy2Buf answer means.
+#include <gtest/gtest.h>
+
+#include "doubles.h"
+#include "qtnapi_isp_tuning.h"
+
+namespace {
+
+using doubles::Request;
+
+int g_copyAnswer = 0;
+uint32_t g_copiedLength = 0;
+
+int ScriptedCopy(tagHTTP_BUF_S*, const char*, uint32_t len)
+{
+    g_copiedLength = len;
+    return g_copyAnswer;
+}
+
+class ResponseTemplate : public testing::Test {
+protected:
+    void SetUp() override { doubles::ResetAll(); }
+};
+
+TEST_F(ResponseTemplate, EnvelopeForEachResultWhenNoRecord)
+{
+    const struct {
+        int result;
+        const char* body;
+    } cases[] = {
+        {0, R"({ "ResponseStatus": { "RequestURL": "\/isp\/x?ChannelId=101", "StatusCode": 0, "StatusString": "OK" } })"},
+        {18, R"({ "ResponseStatus": { "RequestURL": "\/isp\/x?ChannelId=101", "StatusCode": 18, )"
+             R"("StatusString": "Out Of Resources" } })"},
+        {-1, R"({ "ResponseStatus": { "RequestURL": "\/isp\/x?ChannelId=101", "StatusCode": -1, )"
+             R"("StatusString": "Invalid Channel" } })"},
+    };
+    for (const auto& c : cases) {
+        Request req("GET", "/isp/x?ChannelId=101");
+        EXPECT_EQ(FormatCommonResponse<_FakeRatio>(&req.header, c.result, &req.ctx, &req.buf), 0);
+        EXPECT_EQ(req.Response(), c.body);
+    }
+}
+
+TEST_F(ResponseTemplate, RecordWinsOverTheResult)
+{
+    Request req;
+    auto* record = static_cast<_FakeRatio*>(std::malloc(sizeof(_FakeRatio)));
+    record->fakeRatio = -0.125;
+    req.ctx.apvSlot[KXAPI_SLOT_RESULT] = record;
+    EXPECT_EQ(FormatCommonResponse<_FakeRatio>(&req.header, 1, &req.ctx, &req.buf), 0);
+    EXPECT_EQ(req.Response(), R"({ "fakeRatio": -0.125 })");
+}
+
+TEST_F(ResponseTemplate, OnlyMinusOneFromCopy2BufIsAFailure)
+{
+    const struct {
+        int answer;
+        int result;
+    } cases[] = {{0, 0}, {7, 0}, {-2, 0}, {-1, -1}};
+    for (const auto& c : cases) {
+        doubles::ClearLogs();
+        Request req;
+        req.buf.Copy2Buf = ScriptedCopy;
+        g_copyAnswer = c.answer;
+        EXPECT_EQ(FormatGetIspIaasFakeRatio(&req.header, 0, &req.ctx, &req.buf), c.result) << c.answer;
+        if (c.result == -1) {
+            ASSERT_EQ(doubles::Diags().size(), 1u);
+            const doubles::Diag& d = doubles::Diags()[0];
+            EXPECT_EQ(d.text, "[KXAPI]:FormatCommonResponse: Copy2Buf fail, dataLen[" +
+                                  std::to_string(g_copiedLength) + "]");
+            EXPECT_EQ(d.file, "access_server/kxapi/inc/kxapi_business_common");
+            EXPECT_GT(g_copiedLength, 0u);
+        } else {
+            EXPECT_TRUE(doubles::Diags().empty());
+        }
+    }
+}
+
+TEST_F(ResponseTemplate, EncoderFailureIsReportedAndNothingWritten)
+{
+    for (doubles::Call call : {doubles::Call::Malloc, doubles::Call::MemsetS, doubles::Call::StrncpyS}) {
+        doubles::ResetAll();
+        Request req;
+        doubles::FailNth(call, 1);
+        EXPECT_EQ(FormatCommonResponse<_FakeRatio>(&req.header, 0, &req.ctx, &req.buf), -1);
+        EXPECT_EQ(req.Response(), "");
+        ASSERT_EQ(doubles::Diags().size(), 1u);
+        EXPECT_EQ(doubles::Diags()[0].text, "[KXAPI]:FormatCommonResponse: json_encode fail");
+    }
+}
+
+TEST_F(ResponseTemplate, NullArgumentsNameAllThree)
+{
+    Request req;
+    EXPECT_EQ(FormatCommonResponse<_FakeRatio>(nullptr, 0, &req.ctx, &req.buf), -1);
+    ASSERT_EQ(doubles::Diags().size(), 1u);
+    EXPECT_EQ(doubles::Diags()[0].format, "[KXAPI]:%s: invalid param, pstHeader[%p] pstCtInt[%p] pstBuf[%p]");
+    EXPECT_EQ(doubles::Diags()[0].level, 3);
+}
+
+}  // namespace
