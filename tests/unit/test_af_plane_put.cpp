@@ -70,6 +70,7 @@ struct MergeCase {
     const char* name;
     const char* body;
     std::function<void(std::vector<uint8_t>&)> expect;  // changes to the device block
+    friend void PrintTo(const MergeCase& c, std::ostream* os) { *os << c.name; }
 };
 
 class AfPlaneMerge : public AfPlanePut, public testing::WithParamInterface<MergeCase> {};

@@ -20,6 +20,7 @@ struct NumberCase {
     const char* name;
     std::function<json_object*()> make;
     const char* printed;
+    friend void PrintTo(const NumberCase& c, std::ostream* os) { *os << c.name; }
 };
 
 class CreateNumber : public testing::TestWithParam<NumberCase> {};

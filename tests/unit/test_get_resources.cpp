@@ -36,6 +36,7 @@ struct GetCase {
     const char* okEn;    // null: the resource writes no operation log
     const char* okCn;
     const char* failEn;
+    friend void PrintTo(const GetCase& c, std::ostream* os) { *os << c.name; }
 };
 
 const GetCase kCases[] = {
@@ -186,7 +187,13 @@ TEST_P(GetResource, NullArgumentsAreRefused)
 INSTANTIATE_TEST_SUITE_P(Resources, GetResource, testing::ValuesIn(kCases),
                          [](const testing::TestParamInfo<GetCase>& info) { return std::string(info.param.name); });
 
-class ChannelChecked : public testing::TestWithParam<RunStage> {
+struct NamedRun {
+    const char* name;
+    RunStage run;
+    friend void PrintTo(const NamedRun& r, std::ostream* os) { *os << r.name; }
+};
+
+class ChannelChecked : public testing::TestWithParam<NamedRun> {
 protected:
     void SetUp() override { doubles::ResetAll(); }
 };
@@ -199,13 +206,16 @@ TEST_P(ChannelChecked, ChannelIdMustBeReadableAndNotNegative)
     } cases[] = {{"/p", 3}, {"/p?ChannelId=x", 3}, {"/p?ChannelId=-1", -1}, {"/p?ChannelId=0", 0}};
     for (const auto& c : cases) {
         Request req("GET", c.url);
-        EXPECT_EQ(GetParam()(&req.header, &req.client, &req.ctx), c.result) << c.url;
+        EXPECT_EQ(GetParam().run(&req.header, &req.client, &req.ctx), c.result) << c.url;
     }
     // Only the accepted request reached the service.
     EXPECT_EQ(Isp().requests.size(), 1u);
 }
 
-INSTANTIATE_TEST_SUITE_P(Stages, ChannelChecked, testing::Values(RunGetIspIaasAfStatus, RunGetIspIaasAfPlanePoint));
+INSTANTIATE_TEST_SUITE_P(Stages, ChannelChecked,
+                         testing::Values(NamedRun{"AfStatus", RunGetIspIaasAfStatus},
+                                         NamedRun{"AfPlanePoint", RunGetIspIaasAfPlanePoint}),
+                         [](const testing::TestParamInfo<NamedRun>& info) { return std::string(info.param.name); });
 
 TEST(FakeRatio, ReadsNoQueryParameter)
 {

@@ -73,6 +73,7 @@ struct FailCase {
     int replyStatus;   // with SrvStep::None
     int replyExtra;    // bytes added to (or, negative, taken from) the reply content
     const char* text;  // the diagnostic, formatted
+    friend void PrintTo(const FailCase& c, std::ostream* os) { *os << c.name; }
 };
 
 class IspClientFailure : public IspClient, public testing::WithParamInterface<FailCase> {};

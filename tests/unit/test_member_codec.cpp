@@ -125,6 +125,7 @@ struct DecodeCase {
     const char* json;
     int rc;
     std::function<void(const _Rec&)> check;
+    friend void PrintTo(const DecodeCase& c, std::ostream* os) { *os << c.name; }
 };
 
 class Decode : public MemberCodec, public testing::WithParamInterface<DecodeCase> {};

@@ -23,22 +23,33 @@ protected:
     void SetUp() override { doubles::ResetAll(); }
 };
 
+// The server's table of results: StatusCode is the result itself, with the
+// text and HTTP status the README lists.
 TEST_F(ResponseTemplate, EnvelopeForEachResultWhenNoRecord)
 {
     const struct {
         int result;
-        const char* body;
-    } cases[] = {
-        {0, R"({ "ResponseStatus": { "RequestURL": "\/isp\/x?ChannelId=101", "StatusCode": 0, "StatusString": "OK" } })"},
-        {18, R"({ "ResponseStatus": { "RequestURL": "\/isp\/x?ChannelId=101", "StatusCode": 18, )"
-             R"("StatusString": "Out Of Resources" } })"},
-        {-1, R"({ "ResponseStatus": { "RequestURL": "\/isp\/x?ChannelId=101", "StatusCode": -1, )"
-             R"("StatusString": "Invalid Channel" } })"},
-    };
+        const char* text;
+        unsigned httpStatus;
+    } cases[] = {{0, "OK", 200},
+                 {1, "Operation Failed", 500},
+                 {3, "Invalid Query Parameter", 400},
+                 {4, "Invalid Content", 400},
+                 {18, "Out Of Resources", 503},
+                 {-1, "Invalid Channel", 400},
+                 {5, "Device Error", 500}};
     for (const auto& c : cases) {
-        Request req("GET", "/isp/x?ChannelId=101");
-        EXPECT_EQ(FormatCommonResponse<_FakeRatio>(&req.header, c.result, &req.ctx, &req.buf), 0);
-        EXPECT_EQ(req.Response(), c.body);
+        const std::string body = R"({ "ResponseStatus": { "RequestURL": "\/isp\/x?ChannelId=101", "StatusCode": )" +
+                                 std::to_string(c.result) + R"(, "StatusString": ")" + c.text + R"(" } })";
+        Request get("GET", "/isp/x?ChannelId=101");
+        EXPECT_EQ(FormatCommonResponse<_FakeRatio>(&get.header, c.result, &get.ctx, &get.buf), 0);
+        EXPECT_EQ(get.Response(), body);
+        EXPECT_EQ(FillResponseStatusParam(&get.header, c.result).ullHttpStatus, c.httpStatus);
+
+        Request put("PUT", "/isp/x?ChannelId=101");
+        EXPECT_EQ(FormatCommonStatus(&put.header, c.result, &put.ctx, &put.buf), 0);
+        EXPECT_EQ(put.Response(), body);
+        EXPECT_EQ(put.buf.ulHttpStatus, c.httpStatus);
     }
 }
 

@@ -86,7 +86,7 @@ void LogAfPlane(const IspStage& stage, const char* en, const char* cn, const _Af
 // A PUT logs the values of the block that was (to be) sent.
 void LogAfPlaneBlock(const IspStage& stage, const char* en, const char* cn, const AfParamBlock& block)
 {
-    LogAfPlane(stage, en, cn, AfPlaneFromBlock(block));
+    LogAfPlane(stage, en, cn, AfPlaneFromBlock(block.data));
 }
 
 // ChannelId 101 is the service's channel 0.
@@ -96,25 +96,25 @@ uint32_t ServiceChannel(long long channelId) { return static_cast<uint32_t>(chan
 
 // The switch is one byte that the service keeps as 0 or 1; any other value
 // is taken as on, so that the record always holds a valid boolean.
-_AfCalibratePointAttr AfPlaneFromBlock(const AfParamBlock& block)
+_AfCalibratePointAttr AfPlaneFromBlock(const uint8_t* block)
 {
     _AfCalibratePointAttr plane;
-    plane.enable = block.data[AF_PLANE_ENABLE_OFFSET] != 0;
-    plane.PointMax = Field<uint32_t>(block.data, AF_PLANE_POINT_MAX_OFFSET);
+    plane.enable = block[AF_PLANE_ENABLE_OFFSET] != 0;
+    plane.PointMax = Field<uint32_t>(block, AF_PLANE_POINT_MAX_OFFSET);
     for (int i = 0; i < AF_PLANE_POINT_COUNT; ++i) {
-        plane.planePoints[i].planePointX = Field<uint32_t>(block.data, PointOffset(i, false));
-        plane.planePoints[i].planePointY = Field<uint32_t>(block.data, PointOffset(i, true));
+        plane.planePoints[i].planePointX = Field<uint32_t>(block, PointOffset(i, false));
+        plane.planePoints[i].planePointY = Field<uint32_t>(block, PointOffset(i, true));
     }
     return plane;
 }
 
-void AfPlaneToBlock(const _AfCalibratePointAttr& plane, AfParamBlock* block)
+void AfPlaneToBlock(const _AfCalibratePointAttr& plane, uint8_t* block)
 {
-    block->data[AF_PLANE_ENABLE_OFFSET] = plane.enable ? 1 : 0;
-    PutField<uint32_t>(block->data, AF_PLANE_POINT_MAX_OFFSET, plane.PointMax);
+    block[AF_PLANE_ENABLE_OFFSET] = plane.enable ? 1 : 0;
+    PutField<uint32_t>(block, AF_PLANE_POINT_MAX_OFFSET, plane.PointMax);
     for (int i = 0; i < AF_PLANE_POINT_COUNT; ++i) {
-        PutField<uint32_t>(block->data, PointOffset(i, false), plane.planePoints[i].planePointX);
-        PutField<uint32_t>(block->data, PointOffset(i, true), plane.planePoints[i].planePointY);
+        PutField<uint32_t>(block, PointOffset(i, false), plane.planePoints[i].planePointX);
+        PutField<uint32_t>(block, PointOffset(i, true), plane.planePoints[i].planePointY);
     }
 }
 
@@ -126,25 +126,16 @@ KXAPI_STAGE int RunGetIspIaasAfStatus(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S
         return VW_ERR_PARAM;
     }
     const IspStage stage(__func__, header, ctIn);
-    int channel = 0;
-    if (const int rc = stage.Channel(IspChannelRule::NonNegative, &channel); rc != VW_SUCCESS) {
+    if (const int rc = stage.Channel(IspChannelRule::NonNegative); rc != VW_SUCCESS) {
         return rc;
     }
-    IspOwned<_AfStatusInfo> status = stage.Alloc<_AfStatusInfo>();
-    if (status == nullptr) {
-        return VW_ERR_NO_MEMORY;
-    }
-    AfParamBlock block;
-    if (!stage.Zero(status.get(), sizeof(_AfStatusInfo)) || !stage.Zero(&block, sizeof(block)) ||
-        !stage.SrvGet(ISP_CMD_AF, 0, &block, sizeof(block))) {
-        return VW_ERR_PARAM;
-    }
-    status->horDegree = Field<double>(block.data, AF_HOR_DEGREE_OFFSET);
-    status->verDegree = Field<double>(block.data, AF_VER_DEGREE_OFFSET);
-    status->zoomRatioCur = Field<double>(block.data, AF_ZOOM_RATIO_OFFSET);
-    status->calibrateState = Field<uint32_t>(block.data, AF_CALIBRATE_STATE_OFFSET);
-    stage.Hang(KXAPI_SLOT_RESULT, std::move(status));
-    return VW_SUCCESS;
+    return IspReadResult<_AfStatusInfo, AF_BLOCK_SIZE>(
+        stage, ISP_CMD_AF, 0, [](const uint8_t* block, _AfStatusInfo& status) {
+            status.horDegree = Field<double>(block, AF_HOR_DEGREE_OFFSET);
+            status.verDegree = Field<double>(block, AF_VER_DEGREE_OFFSET);
+            status.zoomRatioCur = Field<double>(block, AF_ZOOM_RATIO_OFFSET);
+            status.calibrateState = Field<uint32_t>(block, AF_CALIBRATE_STATE_OFFSET);
+        });
 }
 
 KXAPI_STAGE int FormatGetIspIaasAfStatus(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
@@ -164,18 +155,9 @@ KXAPI_STAGE int RunGetIspIaasAfPlanePoint(tagHTTP_HEADER_S* header, tagHTTP_CLIE
     if (const int rc = stage.Channel(IspChannelRule::NonNegative, &channel); rc != VW_SUCCESS) {
         return rc;
     }
-    IspOwned<_AfCalibratePointAttr> plane = stage.Alloc<_AfCalibratePointAttr>();
-    if (plane == nullptr) {
-        return VW_ERR_NO_MEMORY;
-    }
-    AfParamBlock block;
-    if (!stage.Zero(plane.get(), sizeof(_AfCalibratePointAttr)) || !stage.Zero(&block, sizeof(block)) ||
-        !stage.SrvGet(ISP_CMD_AF, ServiceChannel(channel), &block, sizeof(block))) {
-        return VW_ERR_PARAM;
-    }
-    *plane = AfPlaneFromBlock(block);
-    stage.Hang(KXAPI_SLOT_RESULT, std::move(plane));
-    return VW_SUCCESS;
+    return IspReadResult<_AfCalibratePointAttr, AF_BLOCK_SIZE>(
+        stage, ISP_CMD_AF, ServiceChannel(channel),
+        [](const uint8_t* block, _AfCalibratePointAttr& plane) { plane = AfPlaneFromBlock(block); });
 }
 
 KXAPI_STAGE int FormatGetIspIaasAfPlanePoint(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
@@ -218,17 +200,16 @@ KXAPI_STAGE int ParsePutIspIaasAfPlanePoint(tagHTTP_HEADER_S* pstHeader, tagHTTP
         return VW_ERR_PARAM;
     }
     const IspStage stage(__func__, pstHeader, pstCtIn);
-    auto* current = static_cast<AfParamBlock*>(stage.Slot(KXAPI_SLOT_CURRENT));
+    auto* current = stage.Required<AfParamBlock>(KXAPI_SLOT_CURRENT);
     if (current == nullptr) {
-        ISP_DIAG(KXAPI_LOG_ERROR, "[KXAPI]:null point");
         return VW_ERR_PARAM;
     }
-    _AfCalibratePointAttr plane = AfPlaneFromBlock(*current);
+    _AfCalibratePointAttr plane = AfPlaneFromBlock(current->data);
     if (json_decode<_AfCalibratePointAttr>(pstHttpContent->pcBody, nullptr, plane) != 0) {
         ISP_DIAG(KXAPI_LOG_ERROR, "[KXAPI]:%s[%d] json decode fail\n", __func__, __LINE__);
         return VW_ERR_BODY;
     }
-    AfPlaneToBlock(plane, current);
+    AfPlaneToBlock(plane, current->data);
     IspOwned<AfParamBlock> request = stage.Alloc<AfParamBlock>();
     if (request == nullptr) {
         return VW_ERR_NO_MEMORY;
@@ -254,9 +235,8 @@ KXAPI_STAGE int RunPutIspIaasAfPlanePoint(tagHTTP_HEADER_S* header, tagHTTP_CLIE
     if (const int rc = stage.ChannelUnsigned(&channel); rc != VW_SUCCESS) {
         return rc;
     }
-    auto* request = static_cast<AfParamBlock*>(stage.Slot(KXAPI_SLOT_REQUEST));
+    auto* request = stage.Required<AfParamBlock>(KXAPI_SLOT_REQUEST);
     if (request == nullptr) {
-        ISP_DIAG(KXAPI_LOG_ERROR, "[KXAPI]:null point");
         return VW_ERR_PARAM;
     }
     if (!stage.SrvSet(ISP_CMD_AF, ServiceChannel(channel), request, sizeof(AfParamBlock))) {

@@ -76,8 +76,8 @@ struct MemberTable<_AfCalibratePointAttr> {
 
 /* The calibration fields of an autofocus block and back; the other bytes of
  * the block are not touched. */
-_AfCalibratePointAttr AfPlaneFromBlock(const AfParamBlock& block);
-void AfPlaneToBlock(const _AfCalibratePointAttr& plane, AfParamBlock* block);
+_AfCalibratePointAttr AfPlaneFromBlock(const uint8_t* block);
+void AfPlaneToBlock(const _AfCalibratePointAttr& plane, uint8_t* block);
 
 KXAPI_STAGE int RunGetIspIaasAfStatus(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
                                       tagHTTP_CNTENT_INTER_S* ctIn);

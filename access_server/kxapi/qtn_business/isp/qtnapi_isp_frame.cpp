@@ -45,7 +45,9 @@ int IspStage::Channel(IspChannelRule rule, int* channel, IspWhere where) const
         ISP_LOG_AT(KXAPI_LOG_ERROR, where, "[KXAPI]:%d: nChannelID Error", nChannelID);
         return VW_ERR_RANGE;
     }
-    *channel = nChannelID;
+    if (channel != nullptr) {
+        *channel = nChannelID;
+    }
     return VW_SUCCESS;
 }
 
@@ -68,6 +70,15 @@ void* IspStage::AllocBytes(size_t size, IspWhere where) const
                    m_header->szMethod, m_header->szUrl);
     }
     return block;
+}
+
+void* IspStage::RequiredSlot(KxapiSlot slot, IspWhere where) const
+{
+    void* record = Slot(slot);
+    if (record == nullptr) {
+        ISP_LOG_AT(KXAPI_LOG_ERROR, where, "[KXAPI]:null point");
+    }
+    return record;
 }
 
 bool IspStage::Zero(void* dest, size_t size, IspWhere where) const

@@ -67,8 +67,9 @@ public:
 
     /* Reads ChannelId as a signed number and checks it against the rule.
      * 0 with *channel set; otherwise the stage's result after the diagnostic
-     * (VW_ERR_QUERY when unreadable, VW_ERR_RANGE when refused). */
-    int Channel(IspChannelRule rule, int* channel, IspWhere where = IspWhere::current()) const;
+     * (VW_ERR_QUERY when unreadable, VW_ERR_RANGE when refused). A null
+     * `channel` checks without keeping the value. */
+    int Channel(IspChannelRule rule, int* channel = nullptr, IspWhere where = IspWhere::current()) const;
     /* Reads ChannelId as an unsigned number; there is no range to check. */
     int ChannelUnsigned(unsigned* channel, IspWhere where = IspWhere::current()) const;
 
@@ -93,6 +94,14 @@ public:
 
     void* Slot(KxapiSlot slot) const { return KxapiSlotGet(m_ctIn, slot); }
 
+    /* The record an earlier stage hung, or null after the "null point"
+     * diagnostic when there is none. */
+    template <class T>
+    T* Required(KxapiSlot slot, IspWhere where = IspWhere::current()) const
+    {
+        return static_cast<T*>(RequiredSlot(slot, where));
+    }
+
     /* Hands a complete record to the context, which owns it from now on. */
     template <class T>
     void Hang(KxapiSlot slot, IspOwned<T> record) const
@@ -113,11 +122,34 @@ public:
 
 private:
     void* AllocBytes(size_t size, IspWhere where) const;
+    void* RequiredSlot(KxapiSlot slot, IspWhere where) const;
 
     const char* m_name;
     tagHTTP_HEADER_S* m_header;
     tagHTTP_CNTENT_INTER_S* m_ctIn;
 };
+
+/* The Run stage of a GET whose settings the ISP service keeps: reads the
+ * service block of `command` on `channel` into a zeroed block of Size bytes,
+ * makes a zeroed record of T from it with `fill(block, record)` and hangs the
+ * record as the result record. */
+template <class T, size_t Size, class Fill>
+int IspReadResult(const IspStage& stage, unsigned command, uint32_t channel, Fill fill,
+                  IspWhere where = IspWhere::current())
+{
+    IspOwned<T> record = stage.Alloc<T>(sizeof(T), where);
+    if (record == nullptr) {
+        return VW_ERR_NO_MEMORY;
+    }
+    uint8_t block[Size];
+    if (!stage.Zero(record.get(), sizeof(T), where) || !stage.Zero(block, Size, where) ||
+        !stage.SrvGet(command, channel, block, Size, where)) {
+        return VW_ERR_PARAM;
+    }
+    fill(static_cast<const uint8_t*>(block), *record);
+    stage.Hang(KXAPI_SLOT_RESULT, std::move(record));
+    return VW_SUCCESS;
+}
 
 /* Fills or copies a scratch buffer that is about to be overwritten anyway: a
  * failure is only reported ("expect Ret") and the stage goes on. */

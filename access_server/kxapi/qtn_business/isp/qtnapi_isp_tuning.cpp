@@ -21,18 +21,10 @@ KXAPI_STAGE int RunGetIspIaasFakeRatio(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_
         return VW_ERR_PARAM;
     }
     const IspStage stage(__func__, header, ctIn);
-    IspOwned<_FakeRatio> record = stage.Alloc<_FakeRatio>();
-    if (record == nullptr) {
-        return VW_ERR_NO_MEMORY;
-    }
-    uint8_t block[FAKE_RATIO_BLOCK_SIZE];
-    if (!stage.Zero(record.get(), sizeof(_FakeRatio)) || !stage.Zero(block, sizeof(block)) ||
-        !stage.SrvGet(ISP_CMD_FAKE_RATIO, 0, block, sizeof(block))) {
-        return VW_ERR_PARAM;
-    }
-    std::memcpy(&record->fakeRatio, block + FAKE_RATIO_OFFSET, sizeof(record->fakeRatio));
-    stage.Hang(KXAPI_SLOT_RESULT, std::move(record));
-    return VW_SUCCESS;
+    return IspReadResult<_FakeRatio, FAKE_RATIO_BLOCK_SIZE>(
+        stage, ISP_CMD_FAKE_RATIO, 0, [](const uint8_t* block, _FakeRatio& record) {
+            std::memcpy(&record.fakeRatio, block + FAKE_RATIO_OFFSET, sizeof(record.fakeRatio));
+        });
 }
 
 KXAPI_STAGE int FormatGetIspIaasFakeRatio(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
