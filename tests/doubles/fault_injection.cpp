@@ -94,28 +94,33 @@ static int OpenIspNode()
     return doubles::kFirstFakeFd + isp.opens++;
 }
 
-int __wrap_open(const char* path, int flags, ...)
+// The ISP service node is the scripted service's; every other path is
+// opened for real.
+static int OpenPath(int (*real)(const char*, int, ...), const char* path, int flags, va_list ap)
 {
     if (std::strcmp(path, "/mnt/srvfs/isp.iaas.qtn") == 0) {
         return OpenIspNode();
     }
+    const int mode = (flags & O_CREAT) != 0 ? va_arg(ap, int) : 0;
+    return real(path, flags, mode);
+}
+
+int __wrap_open(const char* path, int flags, ...)
+{
     va_list ap;
     va_start(ap, flags);
-    const int mode = (flags & O_CREAT) != 0 ? va_arg(ap, int) : 0;
+    const int fd = OpenPath(__real_open, path, flags, ap);
     va_end(ap);
-    return __real_open(path, flags, mode);
+    return fd;
 }
 
 int __wrap_open64(const char* path, int flags, ...)
 {
-    if (std::strcmp(path, "/mnt/srvfs/isp.iaas.qtn") == 0) {
-        return OpenIspNode();
-    }
     va_list ap;
     va_start(ap, flags);
-    const int mode = (flags & O_CREAT) != 0 ? va_arg(ap, int) : 0;
+    const int fd = OpenPath(__real_open64, path, flags, ap);
     va_end(ap);
-    return __real_open64(path, flags, mode);
+    return fd;
 }
 
 int __wrap_close(int fd)

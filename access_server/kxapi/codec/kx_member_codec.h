@@ -292,6 +292,29 @@ int decode_all(json_object* parent, void* ctx, Owner& owner, Tuple const& coders
 
 }  // namespace kxcodec
 
+namespace kxcodec {
+
+/* The walks after their first coder: the remaining coders, if any. */
+template <class Owner, class... Rest>
+int encode_rest(Owner const& owner, json_object* parent, Rest... rest)
+{
+    if constexpr (sizeof...(Rest) > 0) {
+        return json_encode_member(owner, parent, rest...);
+    }
+    return 0;
+}
+
+template <class Owner, class... Rest>
+int decode_rest(json_object* parent, void* ctx, Owner& owner, Rest... rest)
+{
+    if constexpr (sizeof...(Rest) > 0) {
+        return json_decode_member(parent, ctx, owner, rest...);
+    }
+    return 0;
+}
+
+}  // namespace kxcodec
+
 /* Encodes the first coder's member into parent, then the others in order;
  * returns 0. A record-valued member whose object cannot be built is added
  * under its key as JSON null and the walk goes on. */
@@ -300,10 +323,7 @@ int json_encode_member(Owner const& owner, json_object* parent, MemberCoder<Owne
                        Rest... rest)
 {
     first.encode(owner, parent);
-    if constexpr (sizeof...(Rest) > 0) {
-        return json_encode_member(owner, parent, rest...);
-    }
-    return 0;
+    return kxcodec::encode_rest(owner, parent, rest...);
 }
 
 template <class Owner, class... GroupCoders, class... Rest>
@@ -311,10 +331,7 @@ int json_encode_member(Owner const& owner, json_object* parent, MemberGroup<Owne
                        Rest... rest)
 {
     first.encode(owner, parent);
-    if constexpr (sizeof...(Rest) > 0) {
-        return json_encode_member(owner, parent, rest...);
-    }
-    return 0;
+    return kxcodec::encode_rest(owner, parent, rest...);
 }
 
 /* Decodes the coders in order; stops at the first refusal and returns -1. */
@@ -322,26 +339,14 @@ template <class Owner, class T, class Alloc, class Dealloc, class... Rest>
 int json_decode_member(json_object* parent, void* ctx, Owner& owner, MemberCoder<Owner, T, Alloc, Dealloc> const& first,
                        Rest... rest)
 {
-    if (first.decode(parent, ctx, owner) != 0) {
-        return -1;
-    }
-    if constexpr (sizeof...(Rest) > 0) {
-        return json_decode_member(parent, ctx, owner, rest...);
-    }
-    return 0;
+    return first.decode(parent, ctx, owner) != 0 ? -1 : kxcodec::decode_rest(parent, ctx, owner, rest...);
 }
 
 template <class Owner, class... GroupCoders, class... Rest>
 int json_decode_member(json_object* parent, void* ctx, Owner& owner, MemberGroup<Owner, GroupCoders...> const& first,
                        Rest... rest)
 {
-    if (first.decode(parent, ctx, owner) != 0) {
-        return -1;
-    }
-    if constexpr (sizeof...(Rest) > 0) {
-        return json_decode_member(parent, ctx, owner, rest...);
-    }
-    return 0;
+    return first.decode(parent, ctx, owner) != 0 ? -1 : kxcodec::decode_rest(parent, ctx, owner, rest...);
 }
 
 template <class Owner, class T, class Alloc, class Dealloc>

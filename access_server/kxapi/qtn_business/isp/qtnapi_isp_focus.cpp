@@ -166,8 +166,7 @@ KXAPI_STAGE int FormatGetIspIaasAfPlanePoint(tagHTTP_HEADER_S* header, VW_RESULT
     return IspFormatGet<_AfCalibratePointAttr>(__func__, header, result, ctIn, buf, kAfPlaneGetLog, LogAfPlane);
 }
 
-// The block goes out as allocated: the service's reply overwrites all of it.
-// Its first word goes back to the service as 0.
+// The first word of the block as read goes back to the service as 0.
 KXAPI_STAGE int PreProcPutIspIaasAfPlanePoint(tagHTTP_HEADER_S* pstHeader, tagUNIX_SOCKET_S* pstSynSock,
                                               tagHTTP_CNTENT_INTER_S* pstCtIn)
 {
@@ -179,16 +178,8 @@ KXAPI_STAGE int PreProcPutIspIaasAfPlanePoint(tagHTTP_HEADER_S* pstHeader, tagUN
     if (const int rc = stage.Channel(IspChannelRule::NonNegative, &channel); rc != VW_SUCCESS) {
         return rc;
     }
-    IspOwned<AfParamBlock> current = stage.Alloc<AfParamBlock>();
-    if (current == nullptr) {
-        return VW_ERR_NO_MEMORY;
-    }
-    if (!stage.SrvGet(ISP_CMD_AF, ServiceChannel(channel), current.get(), sizeof(AfParamBlock))) {
-        return VW_ERR_PARAM;
-    }
-    PutField<uint32_t>(current->data, 0, 0);
-    stage.Hang(KXAPI_SLOT_CURRENT, std::move(current));
-    return VW_SUCCESS;
+    return IspReadCurrent(stage, ISP_CMD_AF, ServiceChannel(channel), AF_BLOCK_SIZE,
+                          [](uint8_t* block) { PutField<uint32_t>(block, 0, 0); });
 }
 
 // The body is merged into the calibration fields of the current block; the

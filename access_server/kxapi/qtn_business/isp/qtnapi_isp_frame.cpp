@@ -108,6 +108,23 @@ bool IspStage::SrvSet(unsigned command, uint32_t channel, void* block, unsigned 
     return true;
 }
 
+int IspReadCurrent(const IspStage& stage, unsigned command, uint32_t channel, unsigned size,
+                   void (*adjust)(uint8_t* block), IspWhere where)
+{
+    IspOwned<uint8_t> block = stage.Alloc<uint8_t>(size, where);
+    if (block == nullptr) {
+        return VW_ERR_NO_MEMORY;
+    }
+    if (!stage.SrvGet(command, channel, block.get(), size, where)) {
+        return VW_ERR_PARAM;
+    }
+    if (adjust != nullptr) {
+        adjust(block.get());
+    }
+    stage.Hang(KXAPI_SLOT_CURRENT, std::move(block));
+    return VW_SUCCESS;
+}
+
 void IspZeroScratch(void* dest, size_t size, IspWhere where)
 {
     const int ret = memset_s(dest, size, 0, size);

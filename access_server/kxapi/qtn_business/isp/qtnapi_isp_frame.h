@@ -151,6 +151,14 @@ int IspReadResult(const IspStage& stage, unsigned command, uint32_t channel, Fil
     return VW_SUCCESS;
 }
 
+/* The PreProc stage of a PUT whose settings the ISP service keeps: reads the
+ * service block of `command` on `channel` into a new block of `size` bytes
+ * and hangs it as the current-settings record. The block goes out as
+ * allocated, since the service's reply replaces all of it; `adjust`, when
+ * given, changes the block as read before it is hung. */
+int IspReadCurrent(const IspStage& stage, unsigned command, uint32_t channel, unsigned size,
+                   void (*adjust)(uint8_t* block) = nullptr, IspWhere where = IspWhere::current());
+
 /* Fills or copies a scratch buffer that is about to be overwritten anyway: a
  * failure is only reported ("expect Ret") and the stage goes on. */
 void IspZeroScratch(void* dest, size_t size, IspWhere where = IspWhere::current());

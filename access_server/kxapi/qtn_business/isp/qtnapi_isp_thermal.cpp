@@ -171,9 +171,7 @@ KXAPI_STAGE int FormatGetIspIaasThermal(tagHTTP_HEADER_S* header, VW_RESULT_TYPE
 
 // ---- PUT ----
 
-// Reads the thermal block and hangs it, as the service returned it, as the
-// current settings. The block is sent to the service as allocated: the
-// service answers a read with all 100 bytes of its own.
+// The thermal block, as the service returned it, is the current settings.
 KXAPI_STAGE int PreProcPutIspIaasThermal(tagHTTP_HEADER_S* pstHeader, tagUNIX_SOCKET_S* pstSynSock,
                                          tagHTTP_CNTENT_INTER_S* pstCtIn)
 {
@@ -184,15 +182,7 @@ KXAPI_STAGE int PreProcPutIspIaasThermal(tagHTTP_HEADER_S* pstHeader, tagUNIX_SO
     if (const int rc = stage.Channel(IspChannelRule::ThermalOnly); rc != VW_SUCCESS) {
         return rc;
     }
-    IspOwned<uint8_t> block = stage.Alloc<uint8_t>(THERMAL_BLOCK_SIZE);
-    if (block == nullptr) {
-        return VW_ERR_NO_MEMORY;
-    }
-    if (!stage.SrvGet(ISP_CMD_THERMAL, THERMAL_SRV_CHANNEL, block.get(), THERMAL_BLOCK_SIZE)) {
-        return VW_ERR_PARAM;
-    }
-    stage.Hang(KXAPI_SLOT_CURRENT, std::move(block));
-    return VW_SUCCESS;
+    return IspReadCurrent(stage, ISP_CMD_THERMAL, THERMAL_SRV_CHANNEL, THERMAL_BLOCK_SIZE);
 }
 
 // Merges the body onto the current settings: members the body does not name
