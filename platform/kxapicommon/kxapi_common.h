@@ -21,7 +21,7 @@ enum VW_RESULT_E : int {
     VW_ERR_QUERY = 3,       /* a query parameter could not be read */
     VW_ERR_BODY = 4,        /* request body or a value in it refused */
     VW_ERR_NO_MEMORY = 18,  /* a record could not be allocated */
-    VW_ERR_RANGE = -1,      /* query parameter out of range; Format-stage failure */
+    VW_ERR_RANGE = -1,      /* query parameter outside the stage's accepted values; Format-stage failure */
 };
 
 enum VW_DEBUG_FLAG_E : int {
@@ -89,6 +89,12 @@ struct tagHTTP_BUF_S {
     void* pvHostPriv;
     int (*Copy2Buf)(tagHTTP_BUF_S* pstBuf, const char* pcText, uint32_t uiLen);
 };
+
+/* The places where the server's modules find these fields. */
+static_assert(offsetof(tagHTTP_HEADER_S, szUrl) == HTTP_METHOD_LEN, "the URL text follows the method text");
+static_assert(offsetof(tagHTTP_CONTENT_S, pcBody) == 7 * sizeof(void*), "the body is the eighth word");
+static_assert(offsetof(tagHTTP_CNTENT_INTER_S, apvSlot) == 0, "the record slots come first");
+static_assert(offsetof(tagHTTP_BUF_S, Copy2Buf) == 5 * sizeof(void*), "Copy2Buf is the sixth word");
 
 /* Makes pstBuf an empty response buffer over pcStorage (capacity bytes) with
  * the server's own Copy2Buf: it appends the bytes after ulLength only when
