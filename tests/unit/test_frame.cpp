@@ -135,20 +135,4 @@ TEST_F(Frame, FillsReportByDestination)
                                                "[KXAPI]:[memcpy_s] expect Ret 0, actual Ret 54."}));
 }
 
-TEST_F(Frame, HangGivesTheRecordToTheContext)
-{
-    Request req;
-    IspStage stage("S", &req.header, &req.ctx);
-    {
-        auto kept = stage.Alloc<int>();
-        auto dropped = stage.Alloc<int>();  // freed at scope end; ASan checks it
-        ASSERT_NE(kept, nullptr);
-        *kept = 5;
-        stage.Hang(KXAPI_SLOT_RESULT, std::move(kept));
-    }
-    ASSERT_NE(req.Slot(KXAPI_SLOT_RESULT), nullptr);
-    EXPECT_EQ(*static_cast<int*>(stage.Slot(KXAPI_SLOT_RESULT)), 5);
-    EXPECT_EQ(req.Slot(KXAPI_SLOT_CURRENT), nullptr);
-}
-
 }  // namespace

@@ -150,8 +150,8 @@ json_object* encode_value(T const& value)
     }
 }
 
-/* The member's leading bytes as an integer of Width bits, for the kinds that
- * read the member as a raw clock, date-time or flag. */
+/* The member's leading bytes as an Int, for the kinds that read the member
+ * as a raw flag, clock or date-time. */
 template <class Int, class T>
 Int leading_bits(T const& value)
 {

@@ -62,9 +62,6 @@ public:
     {
     }
 
-    const char* Name() const { return m_name; }
-    tagHTTP_HEADER_S* Header() const { return m_header; }
-
     /* Reads ChannelId as a signed number and checks it against the rule.
      * 0 with *channel set; otherwise the stage's result after the diagnostic
      * (VW_ERR_QUERY when unreadable, VW_ERR_RANGE when refused). A null
