@@ -59,7 +59,9 @@ struct tagHTTP_CONTENT_S {
     char* pcBody;
 };
 
-/* The socket of the synchronous command channel to the control process. */
+/* The socket of the synchronous command channel to the control process:
+ * iFd is a connected socket, or negative when each command connects to
+ * szPath (see RestSendSynUnixMsg). */
 struct tagUNIX_SOCKET_S {
     int iFd;
     char szPath[108];
@@ -118,6 +120,73 @@ VW_RESULT_TYPE GetURIQueryParamByKey(tagHTTP_HEADER_S* pstHeader, std::string ke
 extern template KXAPI_HOST_API VW_RESULT_TYPE GetURIQueryParamByKey<int>(tagHTTP_HEADER_S*, std::string, int*);
 extern template KXAPI_HOST_API VW_RESULT_TYPE GetURIQueryParamByKey<unsigned int>(tagHTTP_HEADER_S*, std::string,
                                                                                   unsigned int*);
+
+/* ---- Synchronous command channel to the control process ----
+ *
+ * RestSendSynUnixMsg sends one command over a Unix stream socket and waits
+ * for its reply. Frame, all integers in host byte order (both ends share a
+ * machine):
+ *
+ *   request:  offset 0  4 bytes  magic VW_SYN_MAGIC
+ *                    4  4 bytes  message type (VW_MSG_TYPE)
+ *                    8  4 bytes  command code (VW_CMD_TYPE)
+ *                   12  4 bytes  body length, always VW_CMD_BODY_LEN
+ *                   16  the command body (vwCmdBody)
+ *   reply:    offset 0  4 bytes  magic VW_SYN_MAGIC
+ *                    4  4 bytes  reply length, always VW_MSG_DATA_LEN
+ *                    8  the reply record (MSG_DATA)
+ *
+ * The reply record carries the received message code at byte 164, the
+ * command's Result at 176 (0 success) and the payload from 200, laid out
+ * like the command body.
+ */
+#define VW_SYN_MAGIC 0x4e595356u /* "VSYN" in little-endian byte order */
+#define VW_CMD_BODY_LEN 21208
+#define VW_MSG_DATA_LEN 21408
+#define VW_SYN_REQUEST_HEAD 16
+#define VW_SYN_REPLY_HEAD 8
+
+enum VW_MSG_TYPE : int {
+    VW_MSG_READ = 0,
+    VW_MSG_WRITE = 1,
+};
+
+/* Command codes of the control process. */
+enum VW_CMD_TYPE : int {
+    VW_CMD_SPEED_ADAPT_SET = 3210,
+    VW_CMD_ADAPT_CONFIG_GET = 3213,
+    VW_CMD_EXTRE_COLOR = 3229,
+    VW_CMD_AWB = 3231,
+};
+
+struct vwCmdBody {
+    unsigned char aucData[VW_CMD_BODY_LEN];
+};
+
+struct MSG_DATA {
+    unsigned char aucData[VW_MSG_DATA_LEN];
+};
+
+/* What RestSendSynUnixMsg returns besides 0. */
+enum VW_SYN_ERR_E : int {
+    VW_SYN_ERR_ARG = 1,     /* a null body or reply, or no socket to use */
+    VW_SYN_ERR_CONNECT = 2, /* the control process could not be reached */
+    VW_SYN_ERR_SEND = 3,    /* the command could not be written */
+    VW_SYN_ERR_REPLY = 4,   /* the peer closed, or the reply was short or malformed */
+    VW_SYN_ERR_TIMEOUT = 5, /* no whole reply within the time-out */
+};
+
+/* Sends one command and receives its reply into pstReply. The socket used is
+ * the one pstSock already holds when its iFd is not negative (it stays
+ * open); otherwise a new connection is made to pcPath (or, when pcPath is
+ * null or empty, to pstSock->szPath) for this one command and closed again.
+ * The time-out is in milliseconds and bounds each wait for the peer; 0 means
+ * wait as long as the peer takes, which is how every module calls it.
+ * Returns 0 when the reply was received whole, a VW_SYN_ERR_E otherwise; the
+ * reply buffer's contents are then not to be used. No SIGPIPE is raised. */
+extern "C" KXAPI_HOST_API uint64_t RestSendSynUnixMsg(const char* pcPath, VW_MSG_TYPE enType, VW_CMD_TYPE enCmd,
+                                                      const vwCmdBody* pstBody, tagUNIX_SOCKET_S* pstSock,
+                                                      MSG_DATA* pstReply, uint64_t ullTimeout);
 
 /* The status envelope of a response that carries no settings record. The
  * server keeps the HTTP status it answers with in the leading word. */

@@ -10,30 +10,27 @@
 
 #include "kx_member_codec.h"
 #include "kxapi_common.h"
+#include "kxapi_diag.h"
 #include "securec.h"
-#include "vw_log.h"
 
 /* Stage functions are called by the server under their plain names. */
 #define KXAPI_STAGE extern "C" __attribute__((visibility("default")))
 /* Template instances the server and other modules link against. */
 #define KXAPI_EXPORT __attribute__((visibility("default")))
 
-/* Module number of every diagnostic and operation-log line of this module. */
-#define KXAPI_LOG_MODULE 4
-
-/* Diagnostic levels. */
-#define KXAPI_LOG_TRACE 0
-#define KXAPI_LOG_INFO 1
-#define KXAPI_LOG_ERROR 3
-
 /* Operation-log channels; every entry goes to both, primary first. */
 #define KXAPI_OPLOG_PRIMARY 2
 #define KXAPI_OPLOG_SECONDARY 1
 
-/* One diagnostic line: the module, a level, the server's debug flag as it is
- * now, the reserved word, the source path text and line, and the text. */
-#define KXAPI_WRITE_LOG(file, level, line, ...) \
-    VW_WriteLog(KXAPI_LOG_MODULE, (level), g_enDebugFlag, 0, (file), (line), __VA_ARGS__)
+/* The four kinds of stage, as the server calls them. */
+using KxapiParseStage = int (*)(tagHTTP_HEADER_S* pstHeader, tagHTTP_CONTENT_S* pstHttpContent,
+                                tagHTTP_CNTENT_INTER_S* pstCtIn);
+using KxapiPreProcStage = int (*)(tagHTTP_HEADER_S* pstHeader, tagUNIX_SOCKET_S* pstSynSock,
+                                  tagHTTP_CNTENT_INTER_S* pstCtIn);
+using KxapiRunStage = int (*)(tagHTTP_HEADER_S* pstHeader, tagHTTP_CLIENT_S* pstClient,
+                              tagHTTP_CNTENT_INTER_S* pstCtIn);
+using KxapiFormatStage = int (*)(tagHTTP_HEADER_S* pstHeader, VW_RESULT_TYPE result, tagHTTP_CNTENT_INTER_S* pstCtIn,
+                                 tagHTTP_BUF_S* pstBuf);
 
 #define KXAPI_COMMON_SRC "access_server/kxapi/inc/kxapi_business_common"
 

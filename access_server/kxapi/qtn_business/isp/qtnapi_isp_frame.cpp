@@ -5,9 +5,6 @@
 
 #include "qtnapi_isp_srv.h"
 
-#define ISP_LOG_AT(level, where, ...) \
-    KXAPI_WRITE_LOG(ISP_MODULE_SRC, (level), static_cast<int>((where).line()), __VA_ARGS__)
-
 bool IspArgsMissing(IspArgs kind, const void* a, const void* b, const void* c, IspWhere where)
 {
     if (a != nullptr && b != nullptr && c != nullptr) {

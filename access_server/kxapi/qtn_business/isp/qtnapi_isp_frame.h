@@ -13,16 +13,9 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
-#include <source_location>
 
 #include "kxapi_business_common.h"
-
-#define ISP_MODULE_SRC "access_server/kxapi/qtn_business/isp/qtnapi_isp_module"
-
-/* A diagnostic line of the ISP module at the line of the call. */
-#define ISP_DIAG(level, ...) KXAPI_WRITE_LOG(ISP_MODULE_SRC, (level), __LINE__, __VA_ARGS__)
-
-using IspWhere = std::source_location;
+#include "qtnapi_isp_diag.h"
 
 /* The argument lists of the stage kinds, as their "Invalid param" texts name them. */
 enum class IspArgs {

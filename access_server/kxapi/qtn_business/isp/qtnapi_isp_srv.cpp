@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "qtnapi_isp_frame.h"
+#include "qtnapi_isp_diag.h"
 #include "wiro.h"
 
 namespace {
