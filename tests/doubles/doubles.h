@@ -109,6 +109,59 @@ public:
 
 ScriptedIsp& Isp();
 
+/* ---- Scripted control process and device ability ------------------------ */
+
+/* One command as the module handed it to RestSendSynUnixMsg. */
+struct CmdSent {
+    std::string path;
+    int type;
+    int code;
+    std::vector<uint8_t> body; /* the whole body */
+    const tagUNIX_SOCKET_S* sock;
+    uint64_t timeout;
+};
+
+/* The device's other services. The control process keeps one payload per
+ * command code: a read answers it (zeros when none is stored) from reply
+ * byte 200, a write stores the body's head there. Every reply carries
+ * recvMsg = code + 1 and the code's scripted Result (0 unless set). */
+class ScriptedControl {
+public:
+    std::map<int, std::vector<uint8_t>> payloads;
+    std::map<int, int> results;
+    std::vector<int> unsent; /* codes whose call fails */
+    std::vector<CmdSent> sent;
+
+    /* The ability record GetDeviceAbility copies out from byte 8, and the
+     * input words of each call. */
+    std::vector<uint8_t> ability = std::vector<uint8_t>(4832, 0);
+    bool abilityFails = false;
+    std::vector<std::pair<uint32_t, uint32_t>> abilityQueries;
+
+    void Reset() { *this = ScriptedControl(); }
+};
+
+ScriptedControl& Control();
+
+/* ---- Byte helpers --------------------------------------------------------- */
+
+template <class T>
+void PutAt(std::vector<uint8_t>& bytes, size_t offset, T value)
+{
+    if (bytes.size() < offset + sizeof(T)) {
+        bytes.resize(offset + sizeof(T));
+    }
+    std::memcpy(bytes.data() + offset, &value, sizeof(T));
+}
+
+template <class T>
+T GetAt(const void* bytes, size_t offset)
+{
+    T value;
+    std::memcpy(&value, static_cast<const uint8_t*>(bytes) + offset, sizeof(T));
+    return value;
+}
+
 /* ---- Host records of one request ---------------------------------------- */
 
 struct Request {

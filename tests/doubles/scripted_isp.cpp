@@ -112,6 +112,7 @@ void ResetAll()
     ResetFaults();
     ClearLogs();
     g_isp.Reset();
+    Control().Reset();
     g_enDebugFlag = VW_DEBUG_OFF;
 }
 
