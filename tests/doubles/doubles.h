@@ -18,7 +18,7 @@
 #include <utility>
 #include <vector>
 
-#include "kxapi_common.h"
+#include "kxapi_business_common.h"
 
 namespace doubles {
 
@@ -183,7 +183,43 @@ struct Request {
     std::string Response() const { return std::string(buf.pcData, buf.ulLength); }
 };
 
-/* Resets faults, logs and the scripted service; for every test's SetUp. */
+/* ---- Stages ---------------------------------------------------------------- */
+
+/* A stage of any kind. */
+struct AnyStage {
+    const char* name;
+    KxapiParseStage parse = nullptr;
+    KxapiPreProcStage preProc = nullptr;
+    KxapiRunStage run = nullptr;
+    KxapiFormatStage format = nullptr;
+};
+
+#define STAGE(kind, fn) doubles::AnyStage{.name = #fn, .kind = fn}
+
+/* Calls the stage with the request's records; `result` goes to a Format
+ * stage. `nullArg` (0 to 2) passes that pointer argument as null instead
+ * (for Format stages: header, context, buffer). */
+int Invoke(const AnyStage& stage, Request& req, VW_RESULT_TYPE result = 0, int nullArg = -1);
+
+/* The stages of one request to a resource, in the server's order; absent
+ * stages are null. */
+struct Flow {
+    KxapiPreProcStage preProc = nullptr;
+    KxapiParseStage parse = nullptr;
+    KxapiRunStage run = nullptr;
+    KxapiFormatStage format = nullptr;
+};
+
+struct Outcome {
+    int result;    /* of the last stage before Format */
+    int formatted; /* of the Format stage, or 0 when there is none */
+};
+
+/* Calls the stages as the server does: each only after the one before
+ * succeeded, then the Format stage with the last result. */
+Outcome Perform(const Flow& flow, Request& req);
+
+/* Resets faults, logs and the scripted services; for every test's SetUp. */
 void ResetAll();
 
 }  // namespace doubles
