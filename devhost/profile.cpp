@@ -1,8 +1,10 @@
 #include "profile.h"
 
+#include <cctype>
 #include <cstring>
 #include <limits>
 #include <sstream>
+#include <vector>
 
 namespace devhost {
 
@@ -95,7 +97,7 @@ constexpr const char kDefaultProfile[] = R"({
     "channelField": 101, "channelFieldHigh": 0,
     "roiWeightArray": "1111111111111111111111111111111111111111111111111111111111111111",
     "fusionStrength": 50,
-    "fogAdapt": 2, "speedAdapt": 4, "backlightAdapt": 1, "speedSet": 4
+    "fogAdapt": 2, "speedAdapt": 6, "backlightAdapt": 1, "speedSet": 0
   },
   "ability": {
     "brightness": {"begin": 0, "end": 100}, "contrast": {"begin": 0, "end": 100},
@@ -141,6 +143,22 @@ json_object* Lookup(json_object* root, const char* path)
         }
     }
     return at;
+}
+
+size_t Width(FieldType type)
+{
+    switch (type) {
+    case FieldType::U8:
+        return 1;
+    case FieldType::U32:
+    case FieldType::I32:
+        return 4;
+    case FieldType::F64:
+        return 8;
+    case FieldType::Text256:
+        return 256;
+    }
+    return 0;
 }
 
 bool IsNumber(json_object* v) { return json_object_is_type(v, json_type_int) || json_object_is_type(v, json_type_double); }
@@ -205,6 +223,39 @@ json_object* FieldValue(const BlockField& f, const Bytes& block)
                                                                                 reinterpret_cast<const char*>(p), 256)));
     }
     return nullptr;
+}
+
+// Puts value at a dot-separated path below root, making the objects and
+// arrays (for numeric parts) on the way.
+void Place(json_object* root, const std::string& path, json_object* value)
+{
+    std::vector<std::string> parts;
+    std::stringstream in(path);
+    for (std::string part; std::getline(in, part, '.');) {
+        parts.push_back(part);
+    }
+    json_object* at = root;
+    for (size_t i = 0; i + 1 < parts.size(); i++) {
+        const bool nextIsIndex = std::isdigit(static_cast<unsigned char>(parts[i + 1][0])) != 0;
+        json_object* next = nullptr;
+        if (json_object_is_type(at, json_type_array)) {
+            const size_t index = std::stoul(parts[i]);
+            next = json_object_array_get_idx(at, index);
+            if (next == nullptr) {
+                next = nextIsIndex ? json_object_new_array() : json_object_new_object();
+                json_object_array_put_idx(at, index, next);
+            }
+        } else if ((next = JsonGet(at, parts[i].c_str())) == nullptr) {
+            next = nextIsIndex ? json_object_new_array() : json_object_new_object();
+            json_object_object_add(at, parts[i].c_str(), next);
+        }
+        at = next;
+    }
+    if (json_object_is_type(at, json_type_array)) {
+        json_object_array_put_idx(at, std::stoul(parts.back()), value);
+    } else {
+        json_object_object_add(at, parts.back().c_str(), value);
+    }
 }
 
 bool LoadAbility(json_object* root, ABILITY_PROFILE_S& ability, std::string& error)
@@ -295,16 +346,14 @@ Json DecodeFields(const char* service, int command, const Bytes& block)
 {
     Json fields;
     for (const BlockField& f : kFields) {
-        if (std::strcmp(f.service, service) != 0 || f.command != command || block.size() < f.offset + 8 ||
-            (f.type == FieldType::Text256 && block.size() < f.offset + 256)) {
+        if (std::strcmp(f.service, service) != 0 || f.command != command || block.size() < f.offset + Width(f.type)) {
             continue;
         }
         if (fields == nullptr) {
             fields.reset(json_object_new_object());
         }
-        // The profile path without its service and group: "thermal.pointX".
-        const char* name = std::strchr(f.path, '.') + 1;
-        json_object_object_add(fields.get(), name, FieldValue(f, block));
+        // Shaped as in the profile, below the service: {"thermal": {"pointX": ...}}.
+        Place(fields.get(), std::strchr(f.path, '.') + 1, FieldValue(f, block));
     }
     return fields;
 }
