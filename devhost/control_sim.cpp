@@ -59,6 +59,7 @@ struct ControlSimulator {
     explicit ControlSimulator(const DeviceImage& image) : state(image) {}
     ControlState state;
     SimCore core;
+    std::atomic<bool> listening{false};
 };
 
 ControlSimulator* g_sim = nullptr;
@@ -190,6 +191,7 @@ void AcceptLoop(const char* path, int listenFd)
         } else if (!down && listenFd < 0) {
             listenFd = Listen(path);
         }
+        g_sim->listening = listenFd >= 0;
         if (listenFd < 0) {
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
             continue;
@@ -209,12 +211,15 @@ Json HandleLink(json_object* request)
 {
     const std::string op = JsonString(request, "op").value_or("");
     if (op == "faults.arm" || op == "faults.clear") {
-        // The accept loop looks at "down" every 20 ms; the reply waits for it
-        // so that the next command already finds the socket gone or back.
+        // The accept loop looks at "down" every 20 ms; the reply waits until
+        // it has, so that the next command already finds the socket gone or
+        // back.
         Json reply = HandleCoreRequest(g_sim->core, op, request,
                                        {FaultKind::NoAnswer, FaultKind::Delay, FaultKind::Result,
                                         FaultKind::SendFailure, FaultKind::Down});
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        for (int i = 0; i < 500 && g_sim->listening == g_sim->core.faults.Armed(FaultKind::Down); i++) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
         return reply;
     }
     if (Json core = HandleCoreRequest(g_sim->core, op, request, {})) {

@@ -109,6 +109,7 @@ int ParseOptions(int argc, char** argv, Options& o)
 
 struct Child {
     const char* name;
+    const char* processName;
     pid_t pid = -1;
     int link = -1;
 };
@@ -129,6 +130,7 @@ bool Spawn(Child& child, Body body)
     if (child.pid == 0) {
         // The simulator ends with the host, however the host ends.
         prctl(PR_SET_PDEATHSIG, SIGTERM);
+        prctl(PR_SET_NAME, child.processName);
         close(pair[0]);
         _exit(body(pair[1]));
     }
@@ -221,8 +223,8 @@ int Run(int argc, char** argv)
     SetDeviceAbilityProfile(&image.ability);
     SharedSequence();
 
-    Child isp{"ISP service simulator"};
-    Child control{"control process simulator"};
+    Child isp{"ISP service simulator", "ispiaas-isp-sim"};
+    Child control{"control process simulator", "ispiaas-ctl-sim"};
     const bool spawned =
         Spawn(isp, [&](int link) { return RunIspSimulator(image, kIspNodeDir, link); }) &&
         Spawn(control, [&](int link) { return RunControlSimulator(image, kControlSocketPath, link); });
