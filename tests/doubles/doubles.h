@@ -4,7 +4,7 @@
  * The unit-test executable links the module's objects with the real
  * bounds-checked and common libraries, and with the doubles below in place
  * of the log and the framed-message library. Calls of malloc, calloc, open,
- * close and the bounds-checked calls are routed through the linker's --wrap,
+ * close, the bounds-checked calls and json-c's object creation are routed through the linker's --wrap,
  * so a test can make the n-th such call fail.
  */
 #ifndef TEST_DOUBLES_H
@@ -24,7 +24,7 @@ namespace doubles {
 
 /* ---- Fault injection ---------------------------------------------------- */
 
-enum class Call { Malloc, Calloc, MemsetS, MemcpyS, StrncpyS };
+enum class Call { Malloc, Calloc, MemsetS, MemcpyS, StrncpyS, NewObject };
 
 /* Makes the n-th call (1 = the next) of `call` fail: allocations return null,
  * bounds-checked calls return `code` without doing anything. */

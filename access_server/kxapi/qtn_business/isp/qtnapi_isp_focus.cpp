@@ -75,18 +75,24 @@ const IspOpTexts kAfPlanePutLog = {
     "点2y坐标:%u, 点3x坐标:%u, 点3y坐标:%u, 点4x坐标:%u, 点4y坐标:%u.",
 };
 
-void LogAfPlane(const IspStage& stage, const char* en, const char* cn, const _AfCalibratePointAttr& plane)
+void LogAfPlaneValues(const IspStage& stage, const char* en, const char* cn, int enable,
+                      const _AfCalibratePointAttr& plane)
 {
     const _AfPlanePoint* p = plane.planePoints;
-    stage.OpLog(en, cn, static_cast<int>(plane.enable), plane.PointMax, p[0].planePointX, p[0].planePointY,
-                p[1].planePointX, p[1].planePointY, p[2].planePointX, p[2].planePointY, p[3].planePointX,
-                p[3].planePointY);
+    stage.OpLog(en, cn, enable, plane.PointMax, p[0].planePointX, p[0].planePointY, p[1].planePointX,
+                p[1].planePointY, p[2].planePointX, p[2].planePointY, p[3].planePointX, p[3].planePointY);
 }
 
-// A PUT logs the values of the block that was (to be) sent.
+void LogAfPlane(const IspStage& stage, const char* en, const char* cn, const _AfCalibratePointAttr& plane)
+{
+    LogAfPlaneValues(stage, en, cn, static_cast<int>(plane.enable), plane);
+}
+
+// A PUT logs the values of the block that was (to be) sent, the switch byte
+// as it stands there.
 void LogAfPlaneBlock(const IspStage& stage, const char* en, const char* cn, const AfParamBlock& block)
 {
-    LogAfPlane(stage, en, cn, AfPlaneFromBlock(block.data));
+    LogAfPlaneValues(stage, en, cn, block.data[AF_PLANE_ENABLE_OFFSET], AfPlaneFromBlock(block.data));
 }
 
 // ChannelId 101 is the service's channel 0.
@@ -95,7 +101,7 @@ uint32_t ServiceChannel(long long channelId) { return static_cast<uint32_t>(chan
 }  // namespace
 
 // The switch is one byte that the service keeps as 0 or 1; any other value
-// is taken as on, so that the record always holds a valid boolean.
+// is read as on, so that the record always holds a valid boolean.
 _AfCalibratePointAttr AfPlaneFromBlock(const uint8_t* block)
 {
     _AfCalibratePointAttr plane;
@@ -241,10 +247,16 @@ KXAPI_STAGE int ParsePutIspIaasAfPlanePoint(tagHTTP_HEADER_S* pstHeader, tagHTTP
         return VW_ERR_PARAM;
     }
     _AfCalibratePointAttr plane = AfPlaneFromBlock(current->data);
-    if (json_decode<_AfCalibratePointAttr>(pstHttpContent->pcBody, nullptr, plane) != 0) {
+    bool enableNamed = false;
+    if (kxcodec::merge_text(pstHttpContent->pcBody, nullptr, plane, "enable", &enableNamed) != 0) {
         return stage.Refuse();
     }
+    // A body that does not name the switch sends its byte back as read.
+    const uint8_t enableAsRead = current->data[AF_PLANE_ENABLE_OFFSET];
     AfPlaneToBlock(plane, current->data);
+    if (!enableNamed) {
+        current->data[AF_PLANE_ENABLE_OFFSET] = enableAsRead;
+    }
     IspOwned<AfParamBlock> request = stage.Alloc<AfParamBlock>();
     if (request == nullptr) {
         return VW_ERR_NO_MEMORY;
