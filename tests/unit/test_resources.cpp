@@ -117,7 +117,9 @@ TEST_F(Resource, ThermalCorrectionValuesOutsideTheirSetsAreRefused)
     const auto check = [](int result, bool accepted, int value, int offset) {
         EXPECT_EQ(result, accepted ? 0 : 4) << value;
         if (accepted) {
-            EXPECT_EQ(GetAt<uint32_t>(Written().data(), offset), static_cast<uint32_t>(value));
+            const std::vector<uint8_t> written = Written();
+            ASSERT_EQ(written.size(), THERMAL_BLOCK_SIZE) << value;
+            EXPECT_EQ(GetAt<uint32_t>(written.data(), offset), static_cast<uint32_t>(value));
         } else {
             EXPECT_EQ(Isp().requests.size(), 1u) << value;
             EXPECT_EQ(doubles::Diags().back().text, "[KXAPI]:Time enum is " + std::to_string(value));
