@@ -14,6 +14,7 @@
 #include <cstring>
 #include <functional>
 #include <map>
+#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -108,6 +109,9 @@ public:
 };
 
 ScriptedIsp& Isp();
+/* Held by the doubles while they touch the scripted service's state, so that
+ * requests on several threads can share it. The `answer` hook runs under it. */
+std::unique_lock<std::mutex> LockIsp();
 
 /* ---- Host records of one request ---------------------------------------- */
 

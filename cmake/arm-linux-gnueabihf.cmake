@@ -1,0 +1,21 @@
+# Cross build for the camera's processor family: 32-bit ARM Linux, hard float,
+# with Debian's cross compiler. Target libraries (json-c, libc, libstdc++)
+# come from Debian's armhf packages installed beside the host's (multiarch);
+# the test programs run under qemu-user.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR arm)
+
+set(ISPIAAS_TRIPLE arm-linux-gnueabihf)
+set(CMAKE_C_COMPILER ${ISPIAAS_TRIPLE}-gcc)
+set(CMAKE_CXX_COMPILER ${ISPIAAS_TRIPLE}-g++)
+set(CMAKE_LIBRARY_ARCHITECTURE ${ISPIAAS_TRIPLE})
+
+# pkg-config answers for the target's json-c, never the host's.
+set(ENV{PKG_CONFIG_LIBDIR} /usr/lib/${ISPIAAS_TRIPLE}/pkgconfig:/usr/share/pkgconfig)
+set(ENV{PKG_CONFIG_PATH} "")
+
+# The cross toolchain's own libraries live under /usr/<triple>, the multiarch
+# ones (json-c) under /usr/lib/<triple>.
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L /usr/${ISPIAAS_TRIPLE} -E LD_LIBRARY_PATH=/usr/lib/${ISPIAAS_TRIPLE})
+
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
