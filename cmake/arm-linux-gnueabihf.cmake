@@ -14,8 +14,10 @@ set(CMAKE_LIBRARY_ARCHITECTURE ${ISPIAAS_TRIPLE})
 set(ENV{PKG_CONFIG_LIBDIR} /usr/lib/${ISPIAAS_TRIPLE}/pkgconfig:/usr/share/pkgconfig)
 set(ENV{PKG_CONFIG_PATH} "")
 
-# The cross toolchain's own libraries live under /usr/<triple>, the multiarch
-# ones (json-c) under /usr/lib/<triple>.
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L /usr/${ISPIAAS_TRIPLE} -E LD_LIBRARY_PATH=/usr/lib/${ISPIAAS_TRIPLE})
+# The programs run on Debian's armhf runtime (libc6, libstdc++6, json-c from
+# the multiarch packages), which the host's loader paths already reach. The
+# cross toolchain's own copy of libc under /usr/<triple> is for linking only:
+# threads of a program loaded with it crash under qemu-user.
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm)
 
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)

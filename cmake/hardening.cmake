@@ -22,7 +22,7 @@ if(ISPIAAS_COVERAGE)
   add_link_options(--coverage)
 endif()
 
-# The fuzz targets need clang: every object is built for libFuzzer's coverage
+# The fuzz targets need clang (16 or later, for std::source_location): every object is built for libFuzzer's coverage
 # feedback and with ASan+UBSan; the unit suite is not built.
 option(ISPIAAS_FUZZ "Build the libFuzzer targets (clang)" OFF)
 if(ISPIAAS_FUZZ)
