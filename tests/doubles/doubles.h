@@ -4,7 +4,7 @@
  * The unit-test executable links the module's objects with the real
  * bounds-checked and common libraries, and with the doubles below in place
  * of the log and the framed-message library. Calls of malloc, calloc, open,
- * close and the bounds-checked calls are routed through the linker's --wrap,
+ * close, the bounds-checked calls and json-c's object creation are routed through the linker's --wrap,
  * so a test can make the n-th such call fail.
  */
 #ifndef TEST_DOUBLES_H
@@ -19,13 +19,13 @@
 #include <utility>
 #include <vector>
 
-#include "kxapi_common.h"
+#include "kxapi_business_common.h"
 
 namespace doubles {
 
 /* ---- Fault injection ---------------------------------------------------- */
 
-enum class Call { Malloc, Calloc, MemsetS, MemcpyS, StrncpyS };
+enum class Call { Malloc, Calloc, MemsetS, MemcpyS, StrncpyS, NewObject };
 
 /* Makes the n-th call (1 = the next) of `call` fail: allocations return null,
  * bounds-checked calls return `code` without doing anything. */
@@ -113,6 +113,59 @@ ScriptedIsp& Isp();
  * requests on several threads can share it. The `answer` hook runs under it. */
 std::unique_lock<std::mutex> LockIsp();
 
+/* ---- Scripted control process and device ability ------------------------ */
+
+/* One command as the module handed it to RestSendSynUnixMsg. */
+struct CmdSent {
+    std::string path;
+    int type;
+    int code;
+    std::vector<uint8_t> body; /* the whole body */
+    const tagUNIX_SOCKET_S* sock;
+    uint64_t timeout;
+};
+
+/* The device's other services. The control process keeps one payload per
+ * command code: a read answers it (zeros when none is stored) from reply
+ * byte 200, a write stores the body's head there. Every reply carries
+ * recvMsg = code + 1 and the code's scripted Result (0 unless set). */
+class ScriptedControl {
+public:
+    std::map<int, std::vector<uint8_t>> payloads;
+    std::map<int, int> results;
+    std::vector<int> unsent; /* codes whose call fails */
+    std::vector<CmdSent> sent;
+
+    /* The ability record GetDeviceAbility copies out from byte 8, and the
+     * input words of each call. */
+    std::vector<uint8_t> ability = std::vector<uint8_t>(4832, 0);
+    bool abilityFails = false;
+    std::vector<std::pair<uint32_t, uint32_t>> abilityQueries;
+
+    void Reset() { *this = ScriptedControl(); }
+};
+
+ScriptedControl& Control();
+
+/* ---- Byte helpers --------------------------------------------------------- */
+
+template <class T>
+void PutAt(std::vector<uint8_t>& bytes, size_t offset, T value)
+{
+    if (bytes.size() < offset + sizeof(T)) {
+        bytes.resize(offset + sizeof(T));
+    }
+    std::memcpy(bytes.data() + offset, &value, sizeof(T));
+}
+
+template <class T>
+T GetAt(const void* bytes, size_t offset)
+{
+    T value;
+    std::memcpy(&value, static_cast<const uint8_t*>(bytes) + offset, sizeof(T));
+    return value;
+}
+
 /* ---- Host records of one request ---------------------------------------- */
 
 struct Request {
@@ -134,7 +187,43 @@ struct Request {
     std::string Response() const { return std::string(buf.pcData, buf.ulLength); }
 };
 
-/* Resets faults, logs and the scripted service; for every test's SetUp. */
+/* ---- Stages ---------------------------------------------------------------- */
+
+/* A stage of any kind. */
+struct AnyStage {
+    const char* name;
+    KxapiParseStage parse = nullptr;
+    KxapiPreProcStage preProc = nullptr;
+    KxapiRunStage run = nullptr;
+    KxapiFormatStage format = nullptr;
+};
+
+#define STAGE(kind, fn) doubles::AnyStage{.name = #fn, .kind = fn}
+
+/* Calls the stage with the request's records; `result` goes to a Format
+ * stage. `nullArg` (0 to 2) passes that pointer argument as null instead
+ * (for Format stages: header, context, buffer). */
+int Invoke(const AnyStage& stage, Request& req, VW_RESULT_TYPE result = 0, int nullArg = -1);
+
+/* The stages of one request to a resource, in the server's order; absent
+ * stages are null. */
+struct Flow {
+    KxapiPreProcStage preProc = nullptr;
+    KxapiParseStage parse = nullptr;
+    KxapiRunStage run = nullptr;
+    KxapiFormatStage format = nullptr;
+};
+
+struct Outcome {
+    int result;    /* of the last stage before Format */
+    int formatted; /* of the Format stage, or 0 when there is none */
+};
+
+/* Calls the stages as the server does: each only after the one before
+ * succeeded, then the Format stage with the last result. */
+Outcome Perform(const Flow& flow, Request& req);
+
+/* Resets faults, logs and the scripted services; for every test's SetUp. */
 void ResetAll();
 
 }  // namespace doubles

@@ -9,6 +9,7 @@
 #include <cstdlib>
 
 #include "doubles.h"
+#include <json-c/json.h>
 #include "securec.h"
 
 extern "C" {
@@ -20,12 +21,13 @@ int __real_close(int fd);
 errno_t __real_memset_s(void* dest, size_t destMax, int c, size_t count);
 errno_t __real_memcpy_s(void* dest, size_t destMax, const void* src, size_t count);
 errno_t __real_strncpy_s(char* dest, size_t destMax, const char* src, size_t count);
+json_object* __real_json_object_new_object(void);
 }
 
 namespace doubles {
 namespace {
 
-constexpr size_t kCalls = 5;
+constexpr size_t kCalls = 6;
 
 struct Arm {
     std::atomic<int> count{0};
@@ -156,6 +158,11 @@ errno_t __wrap_strncpy_s(char* dest, size_t destMax, const char* src, size_t cou
         return doubles::ArmOf(Call::StrncpyS).code;
     }
     return __real_strncpy_s(dest, destMax, src, count);
+}
+
+json_object* __wrap_json_object_new_object(void)
+{
+    return doubles::Trips(Call::NewObject) ? nullptr : __real_json_object_new_object();
 }
 
 }  // extern "C"

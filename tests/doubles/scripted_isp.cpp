@@ -112,11 +112,43 @@ Request::~Request()
     }
 }
 
+int Invoke(const AnyStage& s, Request& r, VW_RESULT_TYPE result, int nullArg)
+{
+    tagHTTP_HEADER_S* header = nullArg == 0 ? nullptr : &r.header;
+    tagHTTP_CNTENT_INTER_S* ctx = (nullArg == 2 && s.format == nullptr) || (nullArg == 1 && s.format != nullptr)
+                                      ? nullptr
+                                      : &r.ctx;
+    const bool second = nullArg != 1;
+    if (s.parse != nullptr) {
+        return s.parse(header, second ? &r.content : nullptr, ctx);
+    }
+    if (s.preProc != nullptr) {
+        return s.preProc(header, second ? &r.sock : nullptr, ctx);
+    }
+    if (s.run != nullptr) {
+        return s.run(header, second ? &r.client : nullptr, ctx);
+    }
+    return s.format(header, result, ctx, nullArg == 2 ? nullptr : &r.buf);
+}
+
+Outcome Perform(const Flow& f, Request& r)
+{
+    int rc = f.preProc != nullptr ? f.preProc(&r.header, &r.sock, &r.ctx) : 0;
+    if (rc == 0 && f.parse != nullptr) {
+        rc = f.parse(&r.header, &r.content, &r.ctx);
+    }
+    if (rc == 0 && f.run != nullptr) {
+        rc = f.run(&r.header, &r.client, &r.ctx);
+    }
+    return {rc, f.format != nullptr ? f.format(&r.header, rc, &r.ctx, &r.buf) : 0};
+}
+
 void ResetAll()
 {
     ResetFaults();
     ClearLogs();
     g_isp.Reset();
+    Control().Reset();
     g_enDebugFlag = VW_DEBUG_OFF;
 }
 

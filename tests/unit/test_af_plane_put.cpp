@@ -120,6 +120,25 @@ INSTANTIATE_TEST_SUITE_P(
         MergeCase{"NullCountsAsAbsent", R"({"enable": null, "planePoints": null})", [](std::vector<uint8_t>&) {}}),
     [](const testing::TestParamInfo<MergeCase>& info) { return std::string(info.param.name); });
 
+// A switch byte other than 0 or 1 goes back as the service gave it unless the
+// body names the switch; the entry shows the byte that was sent.
+TEST_F(AfPlanePut, SwitchByteIsRewrittenOnlyWhenTheBodyNamesIt)
+{
+    const std::pair<const char*, uint8_t> cases[] = {
+        {"{}", 5}, {R"({"PointMax": 1, "enable": null})", 5}, {R"({"enable": true})", 1}, {R"({"enable": 0})", 0}};
+    for (const auto& [body, sent] : cases) {
+        doubles::ResetAll();
+        std::vector<uint8_t> block = DeviceBlock();
+        block[1044] = 5;
+        Isp().blocks[{17, 1}] = block;
+        Request req("PUT", "/isp/afPlane?ChannelId=102", body);
+        ASSERT_EQ(Put(req), 0) << body;
+        ASSERT_NE(Written(), nullptr);
+        EXPECT_EQ(Written()->at(1044), sent) << body;
+        EXPECT_NE(doubles::OpLogs().at(0).en.find("Enable:" + std::to_string(sent) + ","), std::string::npos);
+    }
+}
+
 TEST_F(AfPlanePut, SuccessIsLoggedWithTheValuesSentAndAnsweredWithStatus)
 {
     Request req("PUT", "/isp/afPlane?ChannelId=102", R"({"enable": true, "PointMax": 3})");

@@ -90,10 +90,15 @@ TEST_F(ResponseTemplate, OnlyMinusOneFromCopy2BufIsAFailure)
 
 TEST_F(ResponseTemplate, EncoderFailureIsReportedAndNothingWritten)
 {
-    for (doubles::Call call : {doubles::Call::Malloc, doubles::Call::MemsetS, doubles::Call::StrncpyS}) {
+    // The envelope's own object, then its "ResponseStatus" object, then the
+    // copy of the printed text.
+    const std::pair<doubles::Call, int> failures[] = {{doubles::Call::NewObject, 1}, {doubles::Call::NewObject, 2},
+                                                      {doubles::Call::Malloc, 1},    {doubles::Call::MemsetS, 1},
+                                                      {doubles::Call::StrncpyS, 1}};
+    for (const auto& [call, nth] : failures) {
         doubles::ResetAll();
         Request req;
-        doubles::FailNth(call, 1);
+        doubles::FailNth(call, nth);
         EXPECT_EQ(FormatCommonResponse<_FakeRatio>(&req.header, 0, &req.ctx, &req.buf), -1);
         EXPECT_EQ(req.Response(), "");
         ASSERT_EQ(doubles::Diags().size(), 1u);

@@ -74,7 +74,7 @@ protected:
 TEST_F(Thermal, BlockMappingsMoveColorBarAndDropTheReservedWord)
 {
     _ThermalInfo info;
-    ThermalFromBlock(Bytes(kBlock).data(), &info);
+    ThermalFromBlock(Bytes(kBlock).data(), info);
     EXPECT_EQ(Cast<Words>(info), kWords);
     EXPECT_EQ(info.fakeColorData.colorBar, 11);
     EXPECT_EQ(info.fakeColorData.whiteHotModeData.highRange, 12);

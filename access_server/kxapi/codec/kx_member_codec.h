@@ -463,11 +463,13 @@ char* json_encode(Record const& record)
     return kx_json_print_copy(root);
 }
 
-/* Merges JSON text into the record: 0 on success, -1 when the text does not
- * parse or a value is refused (members decoded before it keep their new
- * values, so callers discard the record on -1). */
+namespace kxcodec {
+
+/* Merges JSON text into the record (see json_decode). When `noted` is given,
+ * it tells whether the text's top level names `key` with a value that is
+ * not null. */
 template <class Record>
-int json_decode(const char* text, void* ctx, Record& record)
+int merge_text(const char* text, void* ctx, Record& record, const char* key = nullptr, bool* noted = nullptr)
 {
     if (text == nullptr) {
         return -1;
@@ -476,9 +478,23 @@ int json_decode(const char* text, void* ctx, Record& record)
     if (root == nullptr) {
         return -1;
     }
-    const int rc = kxcodec::decode_all(root, ctx, record, MemberTable<Record>::coders());
+    const int rc = decode_all(root, ctx, record, MemberTable<Record>::coders());
+    if (noted != nullptr) {
+        *noted = cJSON_GetObjectItem(root, key) != nullptr;
+    }
     cJSON_Delete(root);
     return rc;
+}
+
+}  // namespace kxcodec
+
+/* Merges JSON text into the record: 0 on success, -1 when the text does not
+ * parse or a value is refused (members decoded before it keep their new
+ * values, so callers discard the record on -1). */
+template <class Record>
+int json_decode(const char* text, void* ctx, Record& record)
+{
+    return kxcodec::merge_text(text, ctx, record);
 }
 
 #endif /* KX_MEMBER_CODEC_H */

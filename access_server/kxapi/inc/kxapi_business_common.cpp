@@ -5,6 +5,17 @@ using ResponseStatusCoder = MemberCoder<KXAPI_RESPONSE, KXAPI_RESPONSE_STATUS, N
 using StatusCodeCoder = MemberCoder<KXAPI_RESPONSE_STATUS, long long, NullAlloc, NullDealloc>;
 using StatusStringCoder = MemberCoder<KXAPI_RESPONSE_STATUS, char[128], NullAlloc, NullDealloc>;
 
+template <>
+json_object* jsonEncoder<KXAPI_RESPONSE>::encode_nulldata(KXAPI_RESPONSE const& envelope, void* /*unused*/)
+{
+    json_object* root = json_encode_obj(envelope, ResponseStatusCoder(&KXAPI_RESPONSE::ResponseStatus, "ResponseStatus"));
+    if (root != nullptr && cJSON_GetObjectItem(root, "ResponseStatus") == nullptr) {
+        cJSON_Delete(root);
+        return nullptr;
+    }
+    return root;
+}
+
 template KXAPI_EXPORT char* json_encode<KXAPI_RESPONSE>(KXAPI_RESPONSE const&);
 template KXAPI_EXPORT json_object* json_encode_obj<KXAPI_RESPONSE, ResponseStatusCoder>(KXAPI_RESPONSE const&,
                                                                                          ResponseStatusCoder);

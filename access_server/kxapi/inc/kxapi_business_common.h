@@ -60,6 +60,11 @@ struct MemberTable<KXAPI_RESPONSE> {
     static auto coders() { return std::make_tuple(member(&KXAPI_RESPONSE::ResponseStatus, "ResponseStatus")); }
 };
 
+/* An envelope whose "ResponseStatus" object cannot be made is no envelope:
+ * its encoder gives null, as for any other failure to build it. */
+template <>
+json_object* jsonEncoder<KXAPI_RESPONSE>::encode_nulldata(KXAPI_RESPONSE const& envelope, void* unused);
+
 extern template KXAPI_EXPORT char* json_encode<KXAPI_RESPONSE>(KXAPI_RESPONSE const&);
 
 /* Writes the JSON response of a GET into pstBuf: the result record's text

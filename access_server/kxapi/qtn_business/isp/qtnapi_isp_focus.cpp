@@ -4,40 +4,40 @@
 #include <cstring>
 
 #include "qtnapi_isp_frame.h"
+#include "ability.h"
 #include "qtnapi_isp_srv.h"
-
-using PointMaxCoder = MemberCoder<_AfCalibratePointAttr, unsigned int, NullAlloc, NullDealloc>;
-using PlanePointsCoder = MemberCoder<_AfCalibratePointAttr, _AfPlanePoint[AF_PLANE_POINT_COUNT], NullAlloc, NullDealloc>;
-
-template KXAPI_EXPORT char* json_encode<_AfStatusInfo>(_AfStatusInfo const&);
-template KXAPI_EXPORT int FormatCommonResponse<_AfStatusInfo>(tagHTTP_HEADER_S*, VW_RESULT_TYPE,
-                                                              tagHTTP_CNTENT_INTER_S*, tagHTTP_BUF_S*);
-template KXAPI_EXPORT char* json_encode<_AfCalibratePointAttr>(_AfCalibratePointAttr const&);
-template KXAPI_EXPORT int json_decode<_AfCalibratePointAttr>(const char*, void*, _AfCalibratePointAttr&);
-template KXAPI_EXPORT int json_encode_member<_AfCalibratePointAttr, unsigned int, NullAlloc, NullDealloc,
-                                             PlanePointsCoder>(_AfCalibratePointAttr const&, json_object*,
-                                                               PointMaxCoder const&, PlanePointsCoder);
-template KXAPI_EXPORT json_object* json_encode_array<_AfPlanePoint>(_AfPlanePoint const*, int);
-template KXAPI_EXPORT int FormatCommonResponse<_AfCalibratePointAttr>(tagHTTP_HEADER_S*, VW_RESULT_TYPE,
-                                                                      tagHTTP_CNTENT_INTER_S*, tagHTTP_BUF_S*);
 
 namespace {
 
-template <class T>
-T Field(const uint8_t* block, size_t offset)
-{
-    T value;
-    std::memcpy(&value, block + offset, sizeof(T));
-    return value;
-}
-
-template <class T>
-void PutField(uint8_t* block, size_t offset, T value)
-{
-    std::memcpy(block + offset, &value, sizeof(T));
-}
-
 size_t PointOffset(int i, bool y) { return AF_PLANE_POINTS_OFFSET + 8 * static_cast<size_t>(i) + (y ? 4 : 0); }
+
+// ---- Image capability ----
+
+const IspOpTexts kCapabilityLog = {
+    "%s[%s:%llu] Get ISP Capability Successfully. BrightnessMin:%lld, BrightnessMax:%lld, SharpenessMin:%lld, "
+    "SharpenessMax:%lld, HueMin:%lld, HueMax:%lld, ContrastMin:%lld, ContrastMax:%lld, StaturationMin:%lld, "
+    "StaturationMax:%lld, SensorHorizonSize:%lf, SensorVerticalSize:%lf.",
+    "%s[%s:%llu] 获取图像能力集参数成功. 亮度最小值:%lld, 亮度最大值:%lld, 锐化最小值:%lld, 锐化最大值:%lld, "
+    "色度最小值:%lld, 色度最大值:%lld, 对比度最小值:%lld, 对比度最大值:%lld, 饱和度最小值:%lld, 饱和度最大值:%lld, "
+    "sensor水平尺寸:%lf, sensor垂直尺寸:%lf.",
+    "%s[%s:%llu] Get ISP Capability Fail.",
+    "%s[%s:%llu] 获取图像能力集参数失败.",
+};
+
+void LogCapability(const IspStage& stage, const char* en, const char* cn, const _IspAbility& a)
+{
+    const _BasicInfo& b = a.basicInfos;
+    stage.OpLog(en, cn, b.brightness.begin, b.brightness.end, b.sharpeness.begin, b.sharpeness.end, b.hue.begin,
+                b.hue.end, b.contrast.begin, b.contrast.end, b.saturation.begin, b.saturation.end,
+                a.sensorInfos.scale.width, a.sensorInfos.scale.height);
+}
+
+// The device ability record keeps the ranges in another order than the
+// record: brightness, contrast, saturation, hue, sharpness.
+_ParaRange AbilityRange(const DEVICE_ABILITY_S& ability, ABILITY_RANGE_E which)
+{
+    return IspBlockGet<_ParaRange>(&ability, DEVICE_ABILITY_RANGES_OFFSET + which * sizeof(_ParaRange));
+}
 
 // ---- Autofocus status ----
 
@@ -75,18 +75,24 @@ const IspOpTexts kAfPlanePutLog = {
     "点2y坐标:%u, 点3x坐标:%u, 点3y坐标:%u, 点4x坐标:%u, 点4y坐标:%u.",
 };
 
-void LogAfPlane(const IspStage& stage, const char* en, const char* cn, const _AfCalibratePointAttr& plane)
+void LogAfPlaneValues(const IspStage& stage, const char* en, const char* cn, int enable,
+                      const _AfCalibratePointAttr& plane)
 {
     const _AfPlanePoint* p = plane.planePoints;
-    stage.OpLog(en, cn, static_cast<int>(plane.enable), plane.PointMax, p[0].planePointX, p[0].planePointY,
-                p[1].planePointX, p[1].planePointY, p[2].planePointX, p[2].planePointY, p[3].planePointX,
-                p[3].planePointY);
+    stage.OpLog(en, cn, enable, plane.PointMax, p[0].planePointX, p[0].planePointY, p[1].planePointX,
+                p[1].planePointY, p[2].planePointX, p[2].planePointY, p[3].planePointX, p[3].planePointY);
 }
 
-// A PUT logs the values of the block that was (to be) sent.
+void LogAfPlane(const IspStage& stage, const char* en, const char* cn, const _AfCalibratePointAttr& plane)
+{
+    LogAfPlaneValues(stage, en, cn, static_cast<int>(plane.enable), plane);
+}
+
+// A PUT logs the values of the block that was (to be) sent, the switch byte
+// as it stands there.
 void LogAfPlaneBlock(const IspStage& stage, const char* en, const char* cn, const AfParamBlock& block)
 {
-    LogAfPlane(stage, en, cn, AfPlaneFromBlock(block.data));
+    LogAfPlaneValues(stage, en, cn, block.data[AF_PLANE_ENABLE_OFFSET], AfPlaneFromBlock(block.data));
 }
 
 // ChannelId 101 is the service's channel 0.
@@ -95,15 +101,15 @@ uint32_t ServiceChannel(long long channelId) { return static_cast<uint32_t>(chan
 }  // namespace
 
 // The switch is one byte that the service keeps as 0 or 1; any other value
-// is taken as on, so that the record always holds a valid boolean.
+// is read as on, so that the record always holds a valid boolean.
 _AfCalibratePointAttr AfPlaneFromBlock(const uint8_t* block)
 {
     _AfCalibratePointAttr plane;
     plane.enable = block[AF_PLANE_ENABLE_OFFSET] != 0;
-    plane.PointMax = Field<uint32_t>(block, AF_PLANE_POINT_MAX_OFFSET);
+    plane.PointMax = IspBlockGet<uint32_t>(block, AF_PLANE_POINT_MAX_OFFSET);
     for (int i = 0; i < AF_PLANE_POINT_COUNT; ++i) {
-        plane.planePoints[i].planePointX = Field<uint32_t>(block, PointOffset(i, false));
-        plane.planePoints[i].planePointY = Field<uint32_t>(block, PointOffset(i, true));
+        plane.planePoints[i].planePointX = IspBlockGet<uint32_t>(block, PointOffset(i, false));
+        plane.planePoints[i].planePointY = IspBlockGet<uint32_t>(block, PointOffset(i, true));
     }
     return plane;
 }
@@ -111,11 +117,56 @@ _AfCalibratePointAttr AfPlaneFromBlock(const uint8_t* block)
 void AfPlaneToBlock(const _AfCalibratePointAttr& plane, uint8_t* block)
 {
     block[AF_PLANE_ENABLE_OFFSET] = plane.enable ? 1 : 0;
-    PutField<uint32_t>(block, AF_PLANE_POINT_MAX_OFFSET, plane.PointMax);
+    IspBlockPut<uint32_t>(block, AF_PLANE_POINT_MAX_OFFSET, plane.PointMax);
     for (int i = 0; i < AF_PLANE_POINT_COUNT; ++i) {
-        PutField<uint32_t>(block, PointOffset(i, false), plane.planePoints[i].planePointX);
-        PutField<uint32_t>(block, PointOffset(i, true), plane.planePoints[i].planePointY);
+        IspBlockPut<uint32_t>(block, PointOffset(i, false), plane.planePoints[i].planePointX);
+        IspBlockPut<uint32_t>(block, PointOffset(i, true), plane.planePoints[i].planePointY);
     }
+}
+
+// The ranges come from the device ability record, the sensor size from the
+// service's channel 0; ChannelId is only checked.
+KXAPI_STAGE int RunGetIspIaasCapability(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
+                                        tagHTTP_CNTENT_INTER_S* ctIn)
+{
+    if (IspArgsMissing(IspArgs::Run, header, client, ctIn)) {
+        return VW_ERR_PARAM;
+    }
+    const IspStage stage(__func__, header, ctIn);
+    if (const int rc = stage.Channel(IspChannelRule::NonNegative); rc != VW_SUCCESS) {
+        return rc;
+    }
+    return IspReadResult<_IspAbility, CAPABILITY_BLOCK_SIZE>(
+        stage, ISP_CMD_CAPABILITY, 0,
+        [](const uint8_t* block, _IspAbility& record) {
+            record.sensorInfos.scale.width = IspBlockGet<double>(block, CAPABILITY_WIDTH_OFFSET);
+            record.sensorInfos.scale.height = IspBlockGet<double>(block, CAPABILITY_HEIGHT_OFFSET);
+        },
+        [&stage](_IspAbility& record) {
+            DEVICE_ABILITY_S ability;
+            if (!stage.Zero(&ability, sizeof(ability))) {
+                return false;
+            }
+            ability.uiChannel = DEVICE_ABILITY_FIRST_CHANNEL;
+            ability.uiQuery = 0;
+            if (GetDeviceAbility(&ability) != 0) {
+                ISP_DIAG(KXAPI_LOG_ERROR, "[KXAPI]:%s: get device ability failed", "RunGetIspIaasCapability");
+                return false;
+            }
+            _BasicInfo& basic = record.basicInfos;
+            basic.brightness = AbilityRange(ability, ABILITY_RANGE_BRIGHTNESS);
+            basic.sharpeness = AbilityRange(ability, ABILITY_RANGE_SHARPNESS);
+            basic.hue = AbilityRange(ability, ABILITY_RANGE_HUE);
+            basic.contrast = AbilityRange(ability, ABILITY_RANGE_CONTRAST);
+            basic.saturation = AbilityRange(ability, ABILITY_RANGE_SATURATION);
+            return true;
+        });
+}
+
+KXAPI_STAGE int FormatGetIspIaasCapability(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
+                                           tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf)
+{
+    return IspFormatGet<_IspAbility>(__func__, header, result, ctIn, buf, kCapabilityLog, LogCapability);
 }
 
 // The status is read from the service's channel 0; ChannelId is only checked.
@@ -131,10 +182,10 @@ KXAPI_STAGE int RunGetIspIaasAfStatus(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S
     }
     return IspReadResult<_AfStatusInfo, AF_BLOCK_SIZE>(
         stage, ISP_CMD_AF, 0, [](const uint8_t* block, _AfStatusInfo& status) {
-            status.horDegree = Field<double>(block, AF_HOR_DEGREE_OFFSET);
-            status.verDegree = Field<double>(block, AF_VER_DEGREE_OFFSET);
-            status.zoomRatioCur = Field<double>(block, AF_ZOOM_RATIO_OFFSET);
-            status.calibrateState = Field<uint32_t>(block, AF_CALIBRATE_STATE_OFFSET);
+            status.horDegree = IspBlockGet<double>(block, AF_HOR_DEGREE_OFFSET);
+            status.verDegree = IspBlockGet<double>(block, AF_VER_DEGREE_OFFSET);
+            status.zoomRatioCur = IspBlockGet<double>(block, AF_ZOOM_RATIO_OFFSET);
+            status.calibrateState = IspBlockGet<uint32_t>(block, AF_CALIBRATE_STATE_OFFSET);
         });
 }
 
@@ -179,7 +230,7 @@ KXAPI_STAGE int PreProcPutIspIaasAfPlanePoint(tagHTTP_HEADER_S* pstHeader, tagUN
         return rc;
     }
     return IspReadCurrent(stage, ISP_CMD_AF, ServiceChannel(channel), AF_BLOCK_SIZE,
-                          [](uint8_t* block) { PutField<uint32_t>(block, 0, 0); });
+                          [](uint8_t* block) { IspBlockPut<uint32_t>(block, 0, 0); });
 }
 
 // The body is merged into the calibration fields of the current block; the
@@ -196,11 +247,16 @@ KXAPI_STAGE int ParsePutIspIaasAfPlanePoint(tagHTTP_HEADER_S* pstHeader, tagHTTP
         return VW_ERR_PARAM;
     }
     _AfCalibratePointAttr plane = AfPlaneFromBlock(current->data);
-    if (json_decode<_AfCalibratePointAttr>(pstHttpContent->pcBody, nullptr, plane) != 0) {
-        ISP_DIAG(KXAPI_LOG_ERROR, "[KXAPI]:%s[%d] json decode fail\n", __func__, __LINE__);
-        return VW_ERR_BODY;
+    bool enableNamed = false;
+    if (kxcodec::merge_text(pstHttpContent->pcBody, nullptr, plane, "enable", &enableNamed) != 0) {
+        return stage.Refuse();
     }
+    // A body that does not name the switch sends its byte back as read.
+    const uint8_t enableAsRead = current->data[AF_PLANE_ENABLE_OFFSET];
     AfPlaneToBlock(plane, current->data);
+    if (!enableNamed) {
+        current->data[AF_PLANE_ENABLE_OFFSET] = enableAsRead;
+    }
     IspOwned<AfParamBlock> request = stage.Alloc<AfParamBlock>();
     if (request == nullptr) {
         return VW_ERR_NO_MEMORY;
@@ -242,3 +298,28 @@ KXAPI_STAGE int FormatPutIspIaasAfPlanePoint(tagHTTP_HEADER_S* header, VW_RESULT
     return IspFormatPut<AfParamBlock>(__func__, header, result, ctIn, buf, kAfPlanePutLog, LogAfPlaneBlock,
                                       IspPutFailure::Status);
 }
+
+// ---- Exported codec and response instances of the focus and capability records ----
+
+using PointMaxCoder = MemberCoder<_AfCalibratePointAttr, unsigned int, NullAlloc, NullDealloc>;
+using PlanePointsCoder = MemberCoder<_AfCalibratePointAttr, _AfPlanePoint[AF_PLANE_POINT_COUNT], NullAlloc, NullDealloc>;
+
+using RangeCoder = MemberCoder<_BasicInfo, _ParaRange, NullAlloc, NullDealloc>;
+using ScaleCoder = MemberCoder<_SensorInfo, _SensorScale, NullAlloc, NullDealloc>;
+
+template KXAPI_EXPORT char* json_encode<_IspAbility>(_IspAbility const&);
+template KXAPI_EXPORT int FormatCommonResponse<_IspAbility>(tagHTTP_HEADER_S*, VW_RESULT_TYPE,
+                                                            tagHTTP_CNTENT_INTER_S*, tagHTTP_BUF_S*);
+template KXAPI_EXPORT int RangeCoder::encode(_BasicInfo const&, json_object*) const;
+template KXAPI_EXPORT json_object* json_encode_obj<_SensorInfo, ScaleCoder>(_SensorInfo const&, ScaleCoder);
+template KXAPI_EXPORT char* json_encode<_AfStatusInfo>(_AfStatusInfo const&);
+template KXAPI_EXPORT int FormatCommonResponse<_AfStatusInfo>(tagHTTP_HEADER_S*, VW_RESULT_TYPE,
+                                                              tagHTTP_CNTENT_INTER_S*, tagHTTP_BUF_S*);
+template KXAPI_EXPORT char* json_encode<_AfCalibratePointAttr>(_AfCalibratePointAttr const&);
+template KXAPI_EXPORT int json_decode<_AfCalibratePointAttr>(const char*, void*, _AfCalibratePointAttr&);
+template KXAPI_EXPORT int json_encode_member<_AfCalibratePointAttr, unsigned int, NullAlloc, NullDealloc,
+                                             PlanePointsCoder>(_AfCalibratePointAttr const&, json_object*,
+                                                               PointMaxCoder const&, PlanePointsCoder);
+template KXAPI_EXPORT json_object* json_encode_array<_AfPlanePoint>(_AfPlanePoint const*, int);
+template KXAPI_EXPORT int FormatCommonResponse<_AfCalibratePointAttr>(tagHTTP_HEADER_S*, VW_RESULT_TYPE,
+                                                                      tagHTTP_CNTENT_INTER_S*, tagHTTP_BUF_S*);

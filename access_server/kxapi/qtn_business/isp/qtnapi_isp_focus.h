@@ -44,6 +44,84 @@ struct _AfCalibratePointAttr {
     _AfPlanePoint planePoints[AF_PLANE_POINT_COUNT];
 };
 
+/* Image capability: the permitted range of each basic image adjustment, and
+ * the sensor's size. */
+struct _ParaRange {
+    unsigned long long begin;
+    unsigned long long end;
+};
+
+struct _BasicInfo {
+    _ParaRange brightness;
+    _ParaRange sharpeness;
+    _ParaRange hue;
+    _ParaRange contrast;
+    _ParaRange saturation;
+};
+
+struct _SensorScale {
+    double width;
+    double height;
+};
+
+struct _SensorInfo {
+    _SensorScale scale;
+};
+
+struct _IspAbility {
+    _BasicInfo basicInfos;
+    _SensorInfo sensorInfos;
+};
+static_assert(sizeof(_IspAbility) == 12 * 8, "ten 64-bit integers and two doubles");
+
+/* Capability block (service command 5): the sensor's width and height. */
+#define CAPABILITY_BLOCK_SIZE 40
+#define CAPABILITY_WIDTH_OFFSET 16
+#define CAPABILITY_HEIGHT_OFFSET 24
+
+template <>
+struct MemberTable<_ParaRange> {
+    static auto coders()
+    {
+        using T = _ParaRange;
+        return std::make_tuple(member(&T::begin, "begin"), member(&T::end, "end"));
+    }
+};
+
+template <>
+struct MemberTable<_BasicInfo> {
+    static auto coders()
+    {
+        using T = _BasicInfo;
+        return std::make_tuple(member(&T::brightness, "brightness"), member(&T::sharpeness, "sharpeness"),
+                               member(&T::hue, "hue"), member(&T::contrast, "contrast"),
+                               member(&T::saturation, "saturation"));
+    }
+};
+
+template <>
+struct MemberTable<_SensorScale> {
+    static auto coders()
+    {
+        using T = _SensorScale;
+        return std::make_tuple(member(&T::width, "width"), member(&T::height, "height"));
+    }
+};
+
+template <>
+struct MemberTable<_SensorInfo> {
+    static auto coders() { return std::make_tuple(member(&_SensorInfo::scale, "scale")); }
+};
+
+template <>
+struct MemberTable<_IspAbility> {
+    static auto coders()
+    {
+        using T = _IspAbility;
+        return std::make_tuple(member(&T::basicInfos, "basicInfos"), member(&T::sensorInfos, "sensorInfos"));
+    }
+};
+
 template <>
 struct MemberTable<_AfStatusInfo> {
     static auto coders()
@@ -78,6 +156,11 @@ struct MemberTable<_AfCalibratePointAttr> {
  * the block are not touched. */
 _AfCalibratePointAttr AfPlaneFromBlock(const uint8_t* block);
 void AfPlaneToBlock(const _AfCalibratePointAttr& plane, uint8_t* block);
+
+KXAPI_STAGE int RunGetIspIaasCapability(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
+                                        tagHTTP_CNTENT_INTER_S* ctIn);
+KXAPI_STAGE int FormatGetIspIaasCapability(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
+                                           tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf);
 
 KXAPI_STAGE int RunGetIspIaasAfStatus(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
                                       tagHTTP_CNTENT_INTER_S* ctIn);

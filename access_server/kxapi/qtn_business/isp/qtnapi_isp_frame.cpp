@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <string>
 
-#include "qtnapi_isp_srv.h"
 
 bool IspArgsMissing(IspArgs kind, const void* a, const void* b, const void* c, IspWhere where)
 {
@@ -69,6 +68,16 @@ void* IspStage::AllocBytes(size_t size, IspWhere where) const
     return block;
 }
 
+void* IspStage::CallocBytes(size_t size, IspWhere where) const
+{
+    void* block = std::calloc(1, size);
+    if (block == nullptr) {
+        ISP_LOG_AT(KXAPI_LOG_ERROR, where, "[KXAPI]:%s: calloc fail, response for req[%s %s]", m_name,
+                   m_header->szMethod, m_header->szUrl);
+    }
+    return block;
+}
+
 void* IspStage::RequiredSlot(KxapiSlot slot, IspWhere where) const
 {
     void* record = Slot(slot);
@@ -87,22 +96,43 @@ bool IspStage::Zero(void* dest, size_t size, IspWhere where) const
     return true;
 }
 
-bool IspStage::SrvGet(unsigned command, uint32_t channel, void* block, unsigned size, IspWhere where) const
+bool IspStage::Copy(void* dest, size_t destMax, const void* src, size_t count, IspWhere where) const
 {
-    if (GetIspSrvData(command, channel, block, size) != 0) {
-        ISP_LOG_AT(KXAPI_LOG_ERROR, where, "[KXAPI]:%s: GetIspSrvData failed", m_name);
+    if (memcpy_s(dest, destMax, src, count) != EOK) {
+        ISP_LOG_AT(KXAPI_LOG_ERROR, where, "[KXAPI]:%s: memcpy_s failed", m_name);
         return false;
     }
     return true;
 }
 
+bool IspStage::Served(bool served, const char* failure, IspWhere where) const
+{
+    if (!served) {
+        ISP_LOG_AT(KXAPI_LOG_ERROR, where, failure, m_name);
+    }
+    return served;
+}
+
+bool IspStage::SrvGet(unsigned command, uint32_t channel, void* block, unsigned size, IspWhere where) const
+{
+    return Served(GetIspSrvData(command, channel, block, size) == 0, "[KXAPI]:%s: GetIspSrvData failed", where);
+}
+
 bool IspStage::SrvSet(unsigned command, uint32_t channel, void* block, unsigned size, IspWhere where) const
 {
-    if (SetIspSrvData(command, channel, block, size) != 0) {
-        ISP_LOG_AT(KXAPI_LOG_ERROR, where, "[KXAPI]:%s: SetIspSrvData failed", m_name);
-        return false;
-    }
-    return true;
+    return Served(SetIspSrvData(command, channel, block, size) == 0, "[KXAPI]:%s: SetIspSrvData failed", where);
+}
+
+bool IspStage::SrvCreate(unsigned command, uint32_t channel, void* record, unsigned size, IspWhere where) const
+{
+    return Served(CreateIspSrvData(command, channel, record, size) == 0, "[KXAPI]:%s: CreateIspSrvData failed",
+                  where);
+}
+
+bool IspStage::SrvReset(unsigned command, uint8_t op, const uint32_t* channel, IspNewText newText,
+                        IspWhere where) const
+{
+    return Served(ResetIspSrvData(command, op, channel, newText) == 0, "[KXAPI]:%s: ResetIspSrvData failed", where);
 }
 
 int IspReadCurrent(const IspStage& stage, unsigned command, uint32_t channel, unsigned size,
@@ -120,6 +150,34 @@ int IspReadCurrent(const IspStage& stage, unsigned command, uint32_t channel, un
     }
     stage.Hang(KXAPI_SLOT_CURRENT, std::move(block));
     return VW_SUCCESS;
+}
+
+void IspCmd::Begin(IspWhere where)
+{
+    IspZeroScratch(&reply, sizeof(reply), where);
+    IspZeroScratch(&body, sizeof(body), where);
+    IspBlockPut<uint32_t>(body.aucData, 0, ISP_CMD_CHANNEL_FIELD);
+    IspBlockPut<uint32_t>(body.aucData, 4, 0);
+}
+
+std::optional<int> IspStage::Send(IspCmd& cmd, VW_MSG_TYPE type, VW_CMD_TYPE code, tagUNIX_SOCKET_S* sock,
+                                  IspWhere where) const
+{
+    if (RestSendSynUnixMsg(ISP_CMD_PATH, type, code, &cmd.body, sock, &cmd.reply, 0) != 0) {
+        ISP_LOG_AT(KXAPI_LOG_ERROR, where, "[KXAPI]:Send SynUnixMsg for Getting cmd[%d] failed", static_cast<int>(code));
+        return std::nullopt;
+    }
+    const int result = IspBlockGet<int32_t>(cmd.reply.aucData, ISP_REPLY_RESULT);
+    ISP_LOG_AT(KXAPI_LOG_TRACE, where, "[KXAPI]:%s: httpReq[%s %s] sendCmd[%d] recvMsg[%d] Result[%d]", m_name,
+               m_header->szMethod, m_header->szUrl, static_cast<int>(code),
+               IspBlockGet<int32_t>(cmd.reply.aucData, ISP_REPLY_MSG), result);
+    return result;
+}
+
+int IspStage::Refuse(IspWhere where) const
+{
+    ISP_LOG_AT(KXAPI_LOG_ERROR, where, "[KXAPI]:%s[%d] json decode fail\n", m_name, static_cast<int>(where.line()));
+    return VW_ERR_BODY;
 }
 
 void IspZeroScratch(void* dest, size_t size, IspWhere where)

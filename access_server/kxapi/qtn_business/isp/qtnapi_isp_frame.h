@@ -12,10 +12,13 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
+#include <optional>
 
 #include "kxapi_business_common.h"
 #include "qtnapi_isp_diag.h"
+#include "qtnapi_isp_srv.h"
 
 /* The argument lists of the stage kinds, as their "Invalid param" texts name them. */
 enum class IspArgs {
@@ -46,6 +49,49 @@ struct IspFree {
 template <class T>
 using IspOwned = std::unique_ptr<T, IspFree>;
 
+/* A value of T at a byte offset of a block: a service block, a command body
+ * or a command reply, all kept in host byte order. */
+template <class T>
+T IspBlockGet(const void* block, size_t offset)
+{
+    T value;
+    std::memcpy(&value, static_cast<const uint8_t*>(block) + offset, sizeof(T));
+    return value;
+}
+
+template <class T>
+void IspBlockPut(void* block, size_t offset, T value)
+{
+    std::memcpy(static_cast<uint8_t*>(block) + offset, &value, sizeof(T));
+}
+
+/* The control process's socket path, passed with every command. */
+#define ISP_CMD_PATH "/tmp/A"
+/* Every command body starts with this channel field (a 64-bit field: this
+ * word, then 0), whatever the request's ChannelId. */
+#define ISP_CMD_CHANNEL_FIELD 101u
+/* Body offset of a write command's parameters. */
+#define ISP_CMD_PARAMS 8
+/* The reply: received message code, Result (0 success), and the payload,
+ * laid out like the command body. */
+#define ISP_REPLY_MSG 164
+#define ISP_REPLY_RESULT 176
+#define ISP_REPLY_PAYLOAD 200
+
+/* The body and the reply of one command to the control process. A stage
+ * keeps them on its own stack and nowhere else. */
+struct IspCmd {
+    vwCmdBody body;
+    MSG_DATA reply;
+
+    /* Zero-fills the reply, then the body (a failure is only reported: both
+     * are about to be overwritten), and writes the body's channel field. */
+    void Begin(IspWhere where = IspWhere::current());
+    /* The reply payload, laid out like the command body. */
+    const uint8_t* Payload() const { return reply.aucData + ISP_REPLY_PAYLOAD; }
+    uint8_t* Params() { return body.aucData + ISP_CMD_PARAMS; }
+};
+
 /* One stage call: its exported name, the request header and the context,
  * for the helpers that report in the stage's name or touch its slots. */
 class IspStage {
@@ -71,9 +117,19 @@ public:
         return IspOwned<T>(static_cast<T*>(AllocBytes(size, where)));
     }
 
+    /* A zero-filled record of T from calloc; null after the "calloc fail"
+     * diagnostic. */
+    template <class T>
+    IspOwned<T> Calloc(IspWhere where = IspWhere::current()) const
+    {
+        return IspOwned<T>(static_cast<T*>(CallocBytes(sizeof(T), where)));
+    }
+
     /* Zero-fills a record or a block whose contents decide the result; false
      * after the "memset_s failed" diagnostic. */
     bool Zero(void* dest, size_t size, IspWhere where = IspWhere::current()) const;
+    /* Copies into a record; false after the "memcpy_s failed" diagnostic. */
+    bool Copy(void* dest, size_t destMax, const void* src, size_t count, IspWhere where = IspWhere::current()) const;
 
     /* Reads or writes an ISP service block; false after the stage's
      * "GetIspSrvData failed" or "SetIspSrvData failed" diagnostic. */
@@ -81,6 +137,43 @@ public:
                 IspWhere where = IspWhere::current()) const;
     bool SrvSet(unsigned command, uint32_t channel, void* block, unsigned size,
                 IspWhere where = IspWhere::current()) const;
+    /* The create and reset exchanges; false after the stage's
+     * "CreateIspSrvData failed" or "ResetIspSrvData failed" diagnostic. */
+    bool SrvCreate(unsigned command, uint32_t channel, void* record, unsigned size,
+                   IspWhere where = IspWhere::current()) const;
+    bool SrvReset(unsigned command, uint8_t op, const uint32_t* channel, IspNewText newText,
+                  IspWhere where = IspWhere::current()) const;
+
+    /* Sends the command in `cmd` and writes the trace line; the reply's
+     * Result, or nothing after the "Send SynUnixMsg" diagnostic when the
+     * command could not be sent. */
+    std::optional<int> Send(IspCmd& cmd, VW_MSG_TYPE type, VW_CMD_TYPE code, tagUNIX_SOCKET_S* sock,
+                            IspWhere where = IspWhere::current()) const;
+
+    /* The exchange of a settings resource with the control process: begins
+     * the command, checks ChannelId (any non-negative value), lets `params`
+     * write a write command's parameters (it may refuse with a result, and
+     * then nothing is sent) and sends. 0 when the device answered with
+     * Result 0; otherwise the stage's result: the ChannelId or parameter
+     * refusal, VW_ERR_PARAM when not sent, or the device's Result itself. */
+    template <class Params>
+    int Exchange(IspCmd& cmd, VW_MSG_TYPE type, VW_CMD_TYPE code, tagUNIX_SOCKET_S* sock, Params params,
+                 IspWhere where = IspWhere::current()) const
+    {
+        cmd.Begin(where);
+        if (const int rc = Channel(IspChannelRule::NonNegative, nullptr, where); rc != VW_SUCCESS) {
+            return rc;
+        }
+        if (const int rc = params(cmd.Params()); rc != VW_SUCCESS) {
+            return rc;
+        }
+        const std::optional<int> result = Send(cmd, type, code, sock, where);
+        return result ? *result : VW_ERR_PARAM;
+    }
+
+    /* Logs the Parse stage's refusal of a body ("json decode fail", with the
+     * stage's line as a value) and returns VW_ERR_BODY. */
+    int Refuse(IspWhere where = IspWhere::current()) const;
 
     void* Slot(KxapiSlot slot) const { return KxapiSlotGet(m_ctIn, slot); }
 
@@ -112,6 +205,9 @@ public:
 
 private:
     void* AllocBytes(size_t size, IspWhere where) const;
+    void* CallocBytes(size_t size, IspWhere where) const;
+    /* `served` as it is, after the failure text (with the stage's name) when false. */
+    bool Served(bool served, const char* failure, IspWhere where) const;
     void* RequiredSlot(KxapiSlot slot, IspWhere where) const;
 
     const char* m_name;
@@ -119,26 +215,37 @@ private:
     tagHTTP_CNTENT_INTER_S* m_ctIn;
 };
 
-/* The Run stage of a GET whose settings the ISP service keeps: reads the
- * service block of `command` on `channel` into a zeroed block of Size bytes,
- * makes a zeroed record of T from it with `fill(block, record)` and hangs the
- * record as the result record. */
-template <class T, size_t Size, class Fill>
-int IspReadResult(const IspStage& stage, unsigned command, uint32_t channel, Fill fill,
+/* The Run stage of a GET whose settings the ISP service keeps: makes a
+ * zeroed record of T, lets `prepare(record)` fill what comes from elsewhere
+ * (it reports its own failure and returns false), reads the service block of
+ * `command` on `channel` into a zeroed block of Size bytes, fills the record
+ * from it with `fill(block, record)` and hangs the record as the result
+ * record. */
+template <class T, size_t Size, class Fill, class Prepare>
+int IspReadResult(const IspStage& stage, unsigned command, uint32_t channel, Fill fill, Prepare prepare,
                   IspWhere where = IspWhere::current())
 {
     IspOwned<T> record = stage.Alloc<T>(sizeof(T), where);
     if (record == nullptr) {
         return VW_ERR_NO_MEMORY;
     }
+    if (!stage.Zero(record.get(), sizeof(T), where) || !prepare(*record)) {
+        return VW_ERR_PARAM;
+    }
     uint8_t block[Size];
-    if (!stage.Zero(record.get(), sizeof(T), where) || !stage.Zero(block, Size, where) ||
-        !stage.SrvGet(command, channel, block, Size, where)) {
+    if (!stage.Zero(block, Size, where) || !stage.SrvGet(command, channel, block, Size, where)) {
         return VW_ERR_PARAM;
     }
     fill(static_cast<const uint8_t*>(block), *record);
     stage.Hang(KXAPI_SLOT_RESULT, std::move(record));
     return VW_SUCCESS;
+}
+
+template <class T, size_t Size, class Fill>
+int IspReadResult(const IspStage& stage, unsigned command, uint32_t channel, Fill fill,
+                  IspWhere where = IspWhere::current())
+{
+    return IspReadResult<T, Size>(stage, command, channel, fill, [](T&) { return true; }, where);
 }
 
 /* The PreProc stage of a PUT whose settings the ISP service keeps: reads the
@@ -153,6 +260,29 @@ int IspReadCurrent(const IspStage& stage, unsigned command, uint32_t channel, un
  * failure is only reported ("expect Ret") and the stage goes on. */
 void IspZeroScratch(void* dest, size_t size, IspWhere where = IspWhere::current());
 void IspCopyScratch(void* dest, size_t destMax, const void* src, size_t count, IspWhere where = IspWhere::current());
+
+/* The Parse stage of a resource whose request record is a T: starts a new
+ * record from the current-settings record with `fromCurrent(current,
+ * record)`, merges the body into it and hangs it as the request record. */
+template <class T, class Current, class FromCurrent>
+int IspParseOver(const IspStage& stage, const char* body, FromCurrent fromCurrent,
+                 IspWhere where = IspWhere::current())
+{
+    const Current* current = stage.Required<const Current>(KXAPI_SLOT_CURRENT, where);
+    if (current == nullptr) {
+        return VW_ERR_PARAM;
+    }
+    IspOwned<T> record = stage.Alloc<T>(sizeof(T), where);
+    if (record == nullptr) {
+        return VW_ERR_NO_MEMORY;
+    }
+    fromCurrent(current, *record);
+    if (json_decode<T>(body, nullptr, *record) != 0) {
+        return stage.Refuse(where);
+    }
+    stage.Hang(KXAPI_SLOT_REQUEST, std::move(record));
+    return VW_SUCCESS;
+}
 
 /* The English and Chinese texts of a resource's success and failure entries
  * for one direction (read or change). */

@@ -62,5 +62,11 @@ int IspSrvExchange(const IspExchange& exchange);
 /* Read and write exchanges of a parameter block (timed). */
 int GetIspSrvData(unsigned command, uint32_t channel, void* block, unsigned size);
 int SetIspSrvData(unsigned command, uint32_t channel, void* block, unsigned size);
+/* Create exchange: the record goes out as the content and the reply's
+ * content of the same size comes back into it (untimed). */
+int CreateIspSrvData(unsigned command, uint32_t channel, void* record, unsigned size);
+/* Reset exchange: no content either way (untimed); `channel` null sends no
+ * channel key. */
+int ResetIspSrvData(unsigned command, uint8_t op, const uint32_t* channel, IspNewText newText);
 
 #endif /* QTNAPI_ISP_SRV_H */

@@ -68,9 +68,9 @@ static_assert(THERMAL_BLOCK_RESERVED + kWord == THERMAL_BLOCK_SIZE, "the block i
 
 }  // namespace
 
-void ThermalFromBlock(const uint8_t* block, _ThermalInfo* info)
+void ThermalFromBlock(const uint8_t* block, _ThermalInfo& info)
 {
-    auto* words = reinterpret_cast<uint8_t*>(info);
+    auto* words = reinterpret_cast<uint8_t*>(&info);
     for (size_t word = 0; word < THERMAL_WORDS; ++word) {
         std::memcpy(words + word * kWord, block + kBlockOffset[word], kWord);
     }
@@ -160,7 +160,7 @@ KXAPI_STAGE int RunGetIspIaasThermal(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S*
     }
     return IspReadResult<_ThermalInfo, THERMAL_BLOCK_SIZE>(
         stage, ISP_CMD_THERMAL, THERMAL_SRV_CHANNEL,
-        [](const uint8_t* block, _ThermalInfo& record) { ThermalFromBlock(block, &record); });
+        ThermalFromBlock);
 }
 
 KXAPI_STAGE int FormatGetIspIaasThermal(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, tagHTTP_CNTENT_INTER_S* ctIn,
@@ -194,21 +194,7 @@ KXAPI_STAGE int ParsePutIspIaasThermal(tagHTTP_HEADER_S* pstHeader, tagHTTP_CONT
         return VW_ERR_PARAM;
     }
     const IspStage stage(__func__, pstHeader, pstCtIn);
-    const auto* current = stage.Required<const uint8_t>(KXAPI_SLOT_CURRENT);
-    if (current == nullptr) {
-        return VW_ERR_PARAM;
-    }
-    IspOwned<_ThermalInfo> record = stage.Alloc<_ThermalInfo>();
-    if (record == nullptr) {
-        return VW_ERR_NO_MEMORY;
-    }
-    ThermalFromBlock(current, record.get());
-    if (json_decode<_ThermalInfo>(pstHttpContent->pcBody, nullptr, *record) != 0) {
-        ISP_DIAG(KXAPI_LOG_ERROR, "[KXAPI]:%s[%d] json decode fail\n", __func__, __LINE__);
-        return VW_ERR_BODY;
-    }
-    stage.Hang(KXAPI_SLOT_REQUEST, std::move(record));
-    return VW_SUCCESS;
+    return IspParseOver<_ThermalInfo, uint8_t>(stage, pstHttpContent->pcBody, ThermalFromBlock);
 }
 
 // Writes the merged settings back, after checking the two correction values

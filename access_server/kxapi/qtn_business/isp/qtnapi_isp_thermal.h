@@ -174,7 +174,7 @@ extern template KXAPI_EXPORT int json_decode<_ThermalInfo>(const char*, void*, _
 
 /* Fills every member of the record from a thermal block of
  * THERMAL_BLOCK_SIZE bytes; the reserved word is not read. */
-void ThermalFromBlock(const uint8_t* block, _ThermalInfo* info);
+void ThermalFromBlock(const uint8_t* block, _ThermalInfo& info);
 /* Writes the record into a thermal block of THERMAL_BLOCK_SIZE bytes, all of
  * it: the reserved word is written as 0. */
 void ThermalToBlock(const _ThermalInfo& info, uint8_t* block);

@@ -1,0 +1,119 @@
+// What every exported stage does the same way: a null pointer argument is
+// refused with its kind's text, before anything else happens.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+#include "doubles.h"
+#include "qtnapi_isp_focus.h"
+#include "qtnapi_isp_maint.h"
+#include "qtnapi_isp_thermal.h"
+#include "qtnapi_isp_tuning.h"
+
+namespace {
+
+using doubles::AnyStage;
+using doubles::Request;
+
+const char* const kParse = "[KXAPI]:Invalid param, pstHeader[%p] pstHttpContent[%p] pstCtIn[%p]";
+const char* const kPreProc = "[KXAPI]:Invalid param, pstHeader[%p] pstSynSock[%p] pstCtIn[%p]";
+const char* const kRun = "[KXAPI]:Invalid param, header[%p] client[%p] ctIn[%p]";
+const char* const kRunPst = "[KXAPI]:Invalid param, pstHeader[%p] pstClient[%p] pstCtIn[%p]";
+const char* const kTemplate = "[KXAPI]:%s: invalid param, pstHeader[%p] pstCtInt[%p] pstBuf[%p]";
+
+struct ContractCase {
+    AnyStage stage;
+    const char* format;
+    friend void PrintTo(const ContractCase& c, std::ostream* os) { *os << c.stage.name; }
+};
+
+const ContractCase kStages[] = {
+    {STAGE(run, RunGetIspIaasFakeRatio), kRun},
+    {STAGE(format, FormatGetIspIaasFakeRatio), kTemplate},
+    {STAGE(run, RunGetIspIaasCapability), kRun},
+    {STAGE(format, FormatGetIspIaasCapability), kPreProc},
+    {STAGE(run, RunGetIspIaasAfStatus), kRun},
+    {STAGE(format, FormatGetIspIaasAfStatus), kPreProc},
+    {STAGE(run, RunGetIspIaasAwb), kRun},
+    {STAGE(format, FormatGetIspIaasAwb), kPreProc},
+    {STAGE(preProc, PreProcPutIspIaasAwb), kPreProc},
+    {STAGE(parse, ParsePutIspIaasAwb), kParse},
+    {STAGE(run, RunPutIspIaasAwb), kRunPst},
+    {STAGE(format, FormatPutIspIaasAwb), kPreProc},
+    {STAGE(run, RunGetIspIaasExtreColor), kRun},
+    {STAGE(format, FormatGetIspIaasExtreColor), kPreProc},
+    {STAGE(preProc, PreProcPutIspIaasExtreColor), kPreProc},
+    {STAGE(parse, ParsePutIspIaasExtreColor), kParse},
+    {STAGE(run, RunPutIspIaasExtreColor), kRunPst},
+    {STAGE(format, FormatPutIspIaasExtreColor), kPreProc},
+    {STAGE(run, RunGetIspIaasAfPlanePoint), kRun},
+    {STAGE(format, FormatGetIspIaasAfPlanePoint), kPreProc},
+    {STAGE(preProc, PreProcPutIspIaasAfPlanePoint), kPreProc},
+    {STAGE(parse, ParsePutIspIaasAfPlanePoint), kParse},
+    {STAGE(run, RunPutIspIaasAfPlanePoint), kRun},
+    {STAGE(format, FormatPutIspIaasAfPlanePoint), kPreProc},
+    {STAGE(run, RunGetIspIaasThermal), kRun},
+    {STAGE(format, FormatGetIspIaasThermal), kPreProc},
+    {STAGE(preProc, PreProcPutIspIaasThermal), kPreProc},
+    {STAGE(parse, ParsePutIspIaasThermal), kParse},
+    {STAGE(run, RunPutIspIaasThermal), kRun},
+    {STAGE(format, FormatPutIspIaasThermal), kPreProc},
+    {STAGE(parse, ParsePutIspIaasAEExpLock), kParse},
+    {STAGE(run, RunPutIspIaasAEExpLock), kRunPst},
+    {STAGE(format, FormatPutIspIaasAEExpLock), kPreProc},
+    {STAGE(run, RunPutIspIaasRestoreDefaultParams), kRun},
+    {STAGE(run, RunPutIspIaasResetThermal), kRun},
+    {STAGE(run, RunPutIspIaasResetFogAdapt), kRun},
+    {STAGE(run, RunPutIspIaasResetSpeedAdapt), kRun},
+    {STAGE(run, RunPutIspIaasResetBackLightAdapt), kRun},
+};
+
+class StageContract : public testing::TestWithParam<ContractCase> {
+protected:
+    void SetUp() override { doubles::ResetAll(); }
+};
+
+// Each pointer null in turn: one level-3 diagnostic naming the three
+// pointers in their order, result 1 (the response template: -1), nothing
+// allocated, logged or sent, and no slot touched.
+TEST_P(StageContract, NullArgumentIsRefusedBeforeAnythingElse)
+{
+    const ContractCase& c = GetParam();
+    for (int nullArg = 0; nullArg < 3; ++nullArg) {
+        doubles::ResetAll();
+        Request req("PUT", "/isp?ChannelId=102", "{}");
+        EXPECT_EQ(doubles::Invoke(c.stage, req, 0, nullArg), c.format == kTemplate ? -1 : 1) << nullArg;
+
+        void* second = c.stage.parse     ? static_cast<void*>(&req.content)
+                       : c.stage.preProc ? static_cast<void*>(&req.sock)
+                       : c.stage.run     ? static_cast<void*>(&req.client)
+                                         : static_cast<void*>(&req.ctx);
+        void* third = c.stage.format ? static_cast<void*>(&req.buf) : static_cast<void*>(&req.ctx);
+        void* args[3] = {&req.header, second, third};
+        args[nullArg] = nullptr;
+        char text[256];
+        if (c.format == kTemplate) {
+            std::snprintf(text, sizeof(text), c.format, "FormatCommonResponse", args[0], args[1], args[2]);
+        } else {
+            std::snprintf(text, sizeof(text), c.format, args[0], args[1], args[2]);
+        }
+        ASSERT_EQ(doubles::Diags().size(), 1u) << nullArg;
+        EXPECT_EQ(doubles::Diags()[0].text, text);
+        EXPECT_EQ(doubles::Diags()[0].level, 3);
+        EXPECT_EQ(doubles::CallCount(doubles::Call::Malloc) + doubles::CallCount(doubles::Call::Calloc), 0);
+        EXPECT_EQ(doubles::Isp().opens, 0);
+        EXPECT_TRUE(doubles::Control().sent.empty());
+        EXPECT_TRUE(doubles::OpLogs().empty());
+        EXPECT_EQ(req.Response(), "");
+        for (int slot = 0; slot < 3; ++slot) {
+            EXPECT_EQ(req.Slot(slot), nullptr);
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(AllStages, StageContract, testing::ValuesIn(kStages),
+                         [](const testing::TestParamInfo<ContractCase>& info) {
+                             return std::string(info.param.stage.name);
+                         });
+
+}  // namespace
