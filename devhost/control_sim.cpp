@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "kxapi_common.h"
+#include "sim_frames.h"
 
 namespace devhost {
 
@@ -64,24 +65,6 @@ struct ControlSimulator {
 
 ControlSimulator* g_sim = nullptr;
 
-// Moves exactly len bytes; false when the peer has gone.
-bool Transfer(int fd, void* data, size_t len, bool sending)
-{
-    auto* p = static_cast<uint8_t*>(data);
-    while (len > 0) {
-        const ssize_t n = sending ? send(fd, p, len, MSG_NOSIGNAL) : recv(fd, p, len, 0);
-        if (n < 0 && errno == EINTR) {
-            continue;
-        }
-        if (n <= 0) {
-            return false;
-        }
-        p += n;
-        len -= static_cast<size_t>(n);
-    }
-    return true;
-}
-
 template <class T>
 void PutWord(uint8_t* at, T value)
 {
@@ -89,10 +72,9 @@ void PutWord(uint8_t* at, T value)
 }
 
 // Answers one command; false when the connection is to be closed instead.
-bool Answer(int fd, uint32_t type, int code, const std::vector<uint8_t>& body)
+bool Answer(int fd, const ControlCommand& command)
 {
-    uint32_t channelField = 0;
-    std::memcpy(&channelField, body.data(), sizeof(channelField));
+    const auto& [type, code, channelField, body] = command;
     const std::optional<Fault> fault = g_sim->core.faults.Take(code, channelField);
     const long size = ControlPayloadSize(code);
     // The part of the body the command gives a meaning to.
@@ -142,18 +124,13 @@ bool Answer(int fd, uint32_t type, int code, const std::vector<uint8_t>& body)
     json_object_object_add(entry.get(), "reply", json_object_new_string(ToHex(payload).c_str()));
     json_object_object_add(entry.get(), "result", json_object_new_int(result));
     g_sim->core.journal.Add(std::move(entry));
-    return Transfer(fd, reply.data(), reply.size(), true);
+    return StreamTransfer(fd, reply.data(), reply.size(), true);
 }
 
 void Serve(int fd)
 {
-    for (;;) {
-        uint32_t head[4] = {};
-        if (!Transfer(fd, head, sizeof(head), false) || head[0] != VW_SYN_MAGIC || head[3] != VW_CMD_BODY_LEN) {
-            break;
-        }
-        std::vector<uint8_t> body(VW_CMD_BODY_LEN);
-        if (!Transfer(fd, body.data(), body.size(), false) || !Answer(fd, head[1], static_cast<int>(head[2]), body)) {
+    while (const std::optional<ControlCommand> command = ReadControlCommand(fd)) {
+        if (!Answer(fd, *command)) {
             break;
         }
     }

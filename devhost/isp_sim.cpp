@@ -5,7 +5,6 @@
 #include <fuse3/fuse_lowlevel.h>
 #include <signal.h>
 #include <poll.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -15,6 +14,7 @@
 #include <map>
 #include <thread>
 
+#include "sim_frames.h"
 #include "wiro.h"
 
 namespace devhost {
@@ -24,7 +24,6 @@ namespace {
 constexpr uint16_t kStatusOk = 200;
 constexpr uint16_t kStatusBadRequest = 400;
 constexpr uint16_t kStatusNoBlock = 404;
-constexpr int kChannelKey = 100;
 
 enum IspOperation : uint8_t { kOpReset = 0, kOpCreate = 1, kOpRead = 2, kOpWrite = 3 };
 
@@ -151,26 +150,6 @@ bool Readable(int fd)
     return poll(&p, 1, 0) > 0;
 }
 
-// True when a whole frame waits on fd.
-bool FrameWaiting(int fd)
-{
-    uint8_t fixed[WIRO_FRAME_FIXED];
-    if (recv(fd, fixed, sizeof(fixed), MSG_PEEK | MSG_DONTWAIT) != static_cast<ssize_t>(sizeof(fixed))) {
-        return false;
-    }
-    uint32_t keys = 0;
-    uint32_t content = 0;
-    std::memcpy(&keys, fixed + 12, 4);
-    std::memcpy(&content, fixed + 16, 4);
-    int available = 0;
-    if (ioctl(fd, FIONREAD, &available) != 0) {
-        return false;
-    }
-    // A frame the library refuses is taken at once, so that it fails now.
-    return keys > WIRO_KEYS_MAX || content > WIRO_CONTENT_MAX ||
-           static_cast<uint64_t>(available) >= uint64_t{WIRO_FRAME_FIXED} + keys + content;
-}
-
 struct IspReply {
     uint16_t status = kStatusOk;
     Bytes content;
@@ -226,7 +205,7 @@ bool SendReply(Session& s, const ReplyHead& head, const IspReply& reply)
     msg->header->op = static_cast<uint8_t>(head.op | WIRO_OP_REPLY);
     msg->header->command = head.command;
     msg->header->code = reply.status;
-    bool sent = (!head.channel || wiro_header_set(msg, kChannelKey, &*head.channel, sizeof(uint32_t)) == 0) &&
+    bool sent = (!head.channel || wiro_header_set(msg, kIspChannelKey, &*head.channel, sizeof(uint32_t)) == 0) &&
                 wiro_content_add(msg, reply.content.data(), reply.content.size(), 0) == 0 &&
                 wiro_message_sendfd(msg, s.wire[1]) >= 0;
     wiro_message_put(msg);
@@ -238,16 +217,7 @@ bool SendReply(Session& s, const ReplyHead& head, const IspReply& reply)
 // module's write is to fail.
 bool Answer(const SessionPtr& s, const wiro_message_t* request)
 {
-    const uint8_t op = request->header->op & WIRO_OP_MASK;
-    const unsigned command = request->header->command;
-    size_t len = 0;
-    std::optional<uint32_t> channel;
-    if (const void* value = wiro_header_get(request, kChannelKey, &len); value != nullptr && len == 4) {
-        uint32_t ch = 0;
-        std::memcpy(&ch, value, 4);
-        channel = ch;
-    }
-    const Bytes content(request->content, request->content + request->content_len);
+    const auto [op, command, channel, content] = IspRequestOf(request);
     const std::optional<Fault> fault = g_sim->core.faults.Take(static_cast<int>(command), channel);
 
     Json entry(json_object_new_object());
@@ -380,7 +350,7 @@ int SimWrite(const char*, const char* buf, size_t size, off_t, fuse_file_info* f
         }
         done += static_cast<size_t>(n);
     }
-    while (FrameWaiting(s->wire[1])) {
+    while (IspFrameWaiting(s->wire[1])) {
         wiro_message_t* request = wiro_message_new(0);
         if (request == nullptr) {
             return -ENOMEM;

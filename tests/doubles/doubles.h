@@ -14,6 +14,7 @@
 #include <cstring>
 #include <functional>
 #include <map>
+#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -113,6 +114,9 @@ public:
 };
 
 ScriptedIsp& Isp();
+/* Held by the doubles while they touch the scripted service's state, so that
+ * requests on several threads can share it. The `answer` hook runs under it. */
+std::unique_lock<std::mutex> LockIsp();
 
 /* ---- Scripted control process and device ability ------------------------ */
 

@@ -94,6 +94,7 @@ void* __wrap_calloc(size_t n, size_t size)
 
 static int OpenIspNode()
 {
+    const auto hold = doubles::LockIsp();
     auto& isp = doubles::Isp();
     if (isp.failStep == doubles::SrvStep::Open) {
         errno = isp.failErrno != 0 ? isp.failErrno : ENOENT;
@@ -134,6 +135,7 @@ int __wrap_open64(const char* path, int flags, ...)
 int __wrap_close(int fd)
 {
     if (fd >= doubles::kFirstFakeFd) {
+        const auto hold = doubles::LockIsp();
         doubles::Isp().closes++;
         return 0;
     }

@@ -1,6 +1,7 @@
 // The control process behind RestSendSynUnixMsg (linked with --wrap) and the
 // device ability library, as the unit tests script them.
 #include <algorithm>
+#include <mutex>
 
 #include "ability.h"
 #include "doubles.h"
@@ -9,6 +10,8 @@ namespace doubles {
 namespace {
 
 ScriptedControl g_control;
+// Held while a call touches the scripted state, for requests on several threads.
+std::mutex g_controlLock;
 
 }  // namespace
 
@@ -20,6 +23,7 @@ extern "C" uint64_t __wrap_RestSendSynUnixMsg(const char* pcPath, VW_MSG_TYPE en
                                               const vwCmdBody* pstBody, tagUNIX_SOCKET_S* pstSock, MSG_DATA* pstReply,
                                               uint64_t ullTimeout)
 {
+    const std::lock_guard<std::mutex> hold(doubles::g_controlLock);
     auto& c = doubles::g_control;
     const int code = static_cast<int>(enCmd);
     c.sent.push_back({pcPath, static_cast<int>(enType), code,
@@ -43,6 +47,7 @@ extern "C" uint64_t __wrap_RestSendSynUnixMsg(const char* pcPath, VW_MSG_TYPE en
 
 extern "C" int GetDeviceAbility(DEVICE_ABILITY_S* pstAbility)
 {
+    const std::lock_guard<std::mutex> hold(doubles::g_controlLock);
     auto& c = doubles::g_control;
     c.abilityQueries.emplace_back(pstAbility->uiChannel, pstAbility->uiQuery);
     if (c.abilityFails) {

@@ -10,6 +10,7 @@ namespace doubles {
 namespace {
 
 ScriptedIsp g_isp;
+std::mutex g_ispLock;
 
 // What the module put into a message, kept beside the wiro record.
 struct Draft : wiro_message_t {
@@ -32,6 +33,7 @@ bool Fails(SrvStep step)
 
 int Send(wiro_message_t* msg, int fd, bool timed, int timeout)
 {
+    const auto hold = LockIsp();
     if (Fails(SrvStep::Send)) {
         return -1;
     }
@@ -53,6 +55,7 @@ int Send(wiro_message_t* msg, int fd, bool timed, int timeout)
 
 int Receive(wiro_message_t* msg, bool /*timed*/)
 {
+    const auto hold = LockIsp();
     if (Fails(SrvStep::Recv)) {
         return -1;
     }
@@ -67,6 +70,8 @@ int Receive(wiro_message_t* msg, bool /*timed*/)
 }  // namespace
 
 ScriptedIsp& Isp() { return g_isp; }
+
+std::unique_lock<std::mutex> LockIsp() { return std::unique_lock<std::mutex>(g_ispLock); }
 
 void ScriptedIsp::Reset() { *this = ScriptedIsp(); }
 
@@ -162,6 +167,7 @@ wiro_message_t* wiro_message_new(int /*flags*/)
     }
     auto* d = new Draft();
     *static_cast<wiro_message_t*>(d) = wiro_message_t{};
+    const auto hold = doubles::LockIsp();
     d->header = &d->header_storage;
     d->header_storage.version = WIRO_VERSION;
     // The library's own bits in the operation byte must survive the module.
@@ -174,6 +180,7 @@ wiro_message_t* wiro_message_new(int /*flags*/)
 void wiro_message_put(wiro_message_t* msg)
 {
     if (msg != nullptr) {
+        const auto hold = doubles::LockIsp();
         doubles::g_isp.messagesLive--;
         delete doubles::DraftOf(msg);
     }
