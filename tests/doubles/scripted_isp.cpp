@@ -95,7 +95,7 @@ Request::Request(const char* method, const char* url, const char* text)
     std::strncpy(header.szUrl, url, sizeof(header.szUrl) - 1);
     std::strncpy(header.szOpUser, "admin", sizeof(header.szOpUser) - 1);
     std::strncpy(header.szOpAddr, "192.0.2.7", sizeof(header.szOpAddr) - 1);
-    header.ullOpPort = 50123;
+    header.ullOpPort = (1ull << 40) + 7;  // above 32 bits: a value passed in the wrong width shifts the rest
     if (text != nullptr) {
         body = text;
         content.pcBody = body.data();

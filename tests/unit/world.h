@@ -41,7 +41,7 @@ inline const Flow kResetSpeed{.run = RunPutIspIaasResetSpeedAdapt};
 inline const Flow kResetBacklight{.run = RunPutIspIaasResetBackLightAdapt};
 
 // The operation-log identity of every request.
-inline const std::string kWho = "admin[192.0.2.7:50123] ";
+inline const std::string kWho = "admin[192.0.2.7:1099511627783] ";
 
 // The thermal words in record order, and the same words as the service block
 // keeps them: colorBar (word 11) after the seven white-hot words, then a set
