@@ -1,0 +1,280 @@
+// ispiaas-bench: the module's requests against their floors.
+//
+//   ispiaas-bench [benchmark flags]  Google Benchmark: module/<case> and floor/<case>,
+//                                    with heap allocations per request as a counter
+//   ispiaas-bench --floor-ratio      CPU time per request of module and floor, their ratio
+//                                    per case, and the worst ratio last
+//   ispiaas-bench --allocs           heap allocations per request, module and floor
+//   ispiaas-bench --threads          requests per second on two threads against one
+//   ispiaas-bench --callgrind N      N requests per case and side between callgrind
+//                                    dumps (run by scripts/bench-callgrind)
+//   ispiaas-bench --smoke            every case once; fails when a module's result or
+//                                    response differs from its floor's
+#include <benchmark/benchmark.h>
+#include <time.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#if __has_include(<valgrind/callgrind.h>)
+#include <valgrind/callgrind.h>
+#define BENCH_HAS_CALLGRIND 1
+#endif
+
+#include "cases.h"
+
+namespace bench {
+namespace {
+
+enum class Side { Module, Floor };
+
+int RunOnce(const Case& c, Side side, Request& r)
+{
+    const int rc = side == Side::Module ? RunModule(c.module, r) : c.floor(r);
+    r.End();
+    return rc;
+}
+
+std::string Slug(const Case& c)
+{
+    std::string s = c.name;
+    std::replace(s.begin(), s.end(), ' ', '/');
+    return s;
+}
+
+void Measure(benchmark::State& state, const Case* c, Side side)
+{
+    Request r(c->method, c->url, c->body);
+    const AllocCount before = Allocations();
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(RunOnce(*c, side, r));
+    }
+    const AllocCount after = Allocations();
+    state.counters["allocs"] =
+        benchmark::Counter(static_cast<double>(after.allocs - before.allocs), benchmark::Counter::kAvgIterations);
+    state.SetItemsProcessed(state.iterations());
+}
+
+double CpuNow()
+{
+    timespec ts;
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+    return static_cast<double>(ts.tv_sec) * 1e9 + static_cast<double>(ts.tv_nsec);
+}
+
+// Nanoseconds of CPU time per request: the best batch of `rounds`, module
+// and floor batches taken in turn so that both see the same machine.
+struct Pair {
+    double module;
+    double floor;
+};
+
+Pair BestOf(const Case& c, int rounds)
+{
+    Request rm(c.method, c.url, c.body);
+    Request rf(c.method, c.url, c.body);
+    int batch = 1;
+    for (double start = CpuNow(); CpuNow() - start < 2e6; batch *= 2) {
+        for (int i = 0; i < batch; ++i) {
+            RunOnce(c, Side::Module, rm);
+            RunOnce(c, Side::Floor, rf);
+        }
+    }
+    Pair best = {1e300, 1e300};
+    for (int round = 0; round < rounds; ++round) {
+        const Side order[2] = {round % 2 == 0 ? Side::Module : Side::Floor,
+                               round % 2 == 0 ? Side::Floor : Side::Module};
+        for (Side side : order) {
+            Request& r = side == Side::Module ? rm : rf;
+            const double start = CpuNow();
+            for (int i = 0; i < batch; ++i) {
+                RunOnce(c, side, r);
+            }
+            const double perRequest = (CpuNow() - start) / batch;
+            double& slot = side == Side::Module ? best.module : best.floor;
+            slot = std::min(slot, perRequest);
+        }
+    }
+    return best;
+}
+
+int FloorRatio()
+{
+    double worst = 0;
+    std::printf("%-24s %12s %12s %7s\n", "request", "module ns", "floor ns", "ratio");
+    for (size_t i = 0; i < kCaseCount; ++i) {
+        const Pair p = BestOf(kCases[i], 21);
+        const double ratio = p.module / p.floor;
+        worst = std::max(worst, ratio);
+        std::printf("%-24s %12.0f %12.0f %7.2f\n", kCases[i].name, p.module, p.floor, ratio);
+    }
+    std::printf("overhead-vs-floor: %.2f\n", worst);
+    return 0;
+}
+
+int Allocs()
+{
+    constexpr int kRequests = 100;
+    std::printf("%-24s %14s %14s %16s %16s\n", "request", "module allocs", "floor allocs", "module reallocs",
+                "floor reallocs");
+    for (size_t i = 0; i < kCaseCount; ++i) {
+        const Case& c = kCases[i];
+        AllocCount counts[2];
+        for (Side side : {Side::Module, Side::Floor}) {
+            Request r(c.method, c.url, c.body);
+            RunOnce(c, side, r);
+            const AllocCount before = Allocations();
+            for (int n = 0; n < kRequests; ++n) {
+                RunOnce(c, side, r);
+            }
+            const AllocCount after = Allocations();
+            counts[side == Side::Module ? 0 : 1] = {after.allocs - before.allocs, after.reallocs - before.reallocs};
+        }
+        std::printf("%-24s %14.1f %14.1f %16.1f %16.1f\n", c.name, counts[0].allocs / double(kRequests),
+                    counts[1].allocs / double(kRequests), counts[0].reallocs / double(kRequests),
+                    counts[1].reallocs / double(kRequests));
+    }
+    return 0;
+}
+
+// Requests per second of `threads` threads, each with its own request
+// records, each making `perThread` requests; wall time from a common start.
+double Throughput(const Case& c, int threads, int perThread)
+{
+    std::atomic<int> ready{0};
+    std::atomic<bool> go{false};
+    std::vector<std::thread> workers;
+    timespec t0{}, t1{};
+    for (int t = 0; t < threads; ++t) {
+        workers.emplace_back([&] {
+            Request r(c.method, c.url, c.body);
+            RunOnce(c, Side::Module, r);
+            ready++;
+            while (!go.load()) {
+            }
+            for (int n = 0; n < perThread; ++n) {
+                RunOnce(c, Side::Module, r);
+            }
+        });
+    }
+    while (ready.load() != threads) {
+    }
+    clock_gettime(CLOCK_MONOTONIC, &t0);
+    go = true;
+    for (std::thread& w : workers) {
+        w.join();
+    }
+    clock_gettime(CLOCK_MONOTONIC, &t1);
+    const double seconds = static_cast<double>(t1.tv_sec - t0.tv_sec) + (t1.tv_nsec - t0.tv_nsec) / 1e9;
+    return threads * static_cast<double>(perThread) / seconds;
+}
+
+int Threads()
+{
+    double worst = 1e300;
+    std::printf("%-24s %14s %14s %8s\n", "request", "1 thread /s", "2 threads /s", "scaling");
+    for (size_t i = 0; i < kCaseCount; ++i) {
+        const Case& c = kCases[i];
+        // About a tenth of a second per run; the best of five runs each.
+        const int perThread = std::max(1000, static_cast<int>(Throughput(c, 1, 1000) / 10));
+        double one = 0;
+        double two = 0;
+        for (int round = 0; round < 5; ++round) {
+            one = std::max(one, Throughput(c, 1, perThread));
+            two = std::max(two, Throughput(c, 2, perThread));
+        }
+        worst = std::min(worst, two / one);
+        std::printf("%-24s %14.0f %14.0f %8.2f\n", c.name, one, two, two / one);
+    }
+    std::printf("two-threads-vs-one (worst): %.2f\n", worst);
+    return 0;
+}
+
+int Callgrind(int requests)
+{
+#ifdef BENCH_HAS_CALLGRIND
+    for (size_t i = 0; i < kCaseCount; ++i) {
+        const Case& c = kCases[i];
+        for (Side side : {Side::Module, Side::Floor}) {
+            Request r(c.method, c.url, c.body);
+            RunOnce(c, side, r);
+            CALLGRIND_TOGGLE_COLLECT;
+            for (int n = 0; n < requests; ++n) {
+                RunOnce(c, side, r);
+            }
+            CALLGRIND_TOGGLE_COLLECT;
+            const std::string label = std::string(side == Side::Module ? "module|" : "floor|") + c.name;
+            CALLGRIND_DUMP_STATS_AT(label.c_str());
+        }
+    }
+    return 0;
+#else
+    (void)requests;
+    std::fprintf(stderr, "built without valgrind/callgrind.h\n");
+    return 1;
+#endif
+}
+
+int Smoke()
+{
+    int failures = 0;
+    for (size_t i = 0; i < kCaseCount; ++i) {
+        const Case& c = kCases[i];
+        Request rm(c.method, c.url, c.body);
+        Request rf(c.method, c.url, c.body);
+        const int module = RunModule(c.module, rm);
+        const int floor = c.floor(rf);
+        if (module != 0 || floor != module || rm.Response() != rf.Response()) {
+            ++failures;
+            std::printf("%s: module %d [%.*s]\n%s: floor %d [%.*s]\n", c.name, module,
+                        static_cast<int>(rm.Response().size()), rm.Response().data(), c.name, floor,
+                        static_cast<int>(rf.Response().size()), rf.Response().data());
+        }
+    }
+    std::printf("%zu requests, %d differ from their floor\n", kCaseCount, failures);
+    return failures == 0 ? 0 : 1;
+}
+
+}  // namespace
+}  // namespace bench
+
+int main(int argc, char** argv)
+{
+    using namespace bench;
+    if (argc >= 2) {
+        const std::string mode = argv[1];
+        if (mode == "--smoke") {
+            return Smoke();
+        }
+        if (mode == "--floor-ratio") {
+            return Smoke() != 0 ? 1 : FloorRatio();
+        }
+        if (mode == "--allocs") {
+            return Allocs();
+        }
+        if (mode == "--threads") {
+            return Threads();
+        }
+        if (mode == "--callgrind") {
+            return Callgrind(argc >= 3 ? std::atoi(argv[2]) : 200);
+        }
+    }
+    for (size_t i = 0; i < kCaseCount; ++i) {
+        const Case* c = &kCases[i];
+        benchmark::RegisterBenchmark(("module/" + Slug(*c)).c_str(), Measure, c, Side::Module);
+        benchmark::RegisterBenchmark(("floor/" + Slug(*c)).c_str(), Measure, c, Side::Floor);
+    }
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        return 1;
+    }
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
