@@ -9,9 +9,9 @@
 namespace bench {
 namespace {
 
-#define GET_FLOW(R) Flow{nullptr, nullptr, RunGetIspIaas##R, FormatGetIspIaas##R}
-#define PUT_FLOW(R) Flow{PreProcPutIspIaas##R, ParsePutIspIaas##R, RunPutIspIaas##R, FormatPutIspIaas##R}
-#define RESET_FLOW(R) Flow{nullptr, nullptr, RunPutIspIaas##R, nullptr}
+#define GET_FLOW(R) GetFlow<RunGetIspIaas##R, FormatGetIspIaas##R>
+#define PUT_FLOW(R) PutFlow<PreProcPutIspIaas##R, ParsePutIspIaas##R, RunPutIspIaas##R, FormatPutIspIaas##R>
+#define RESET_FLOW(R) ResetFlow<RunPutIspIaas##R>
 
 const char kAwbBody[] = R"({"regionAwbAttr":{"roiWeightArray":"1111111111111111000011110000"}})";
 const char kExtreColorBody[] = R"({"fusionStrength":9})";
@@ -47,7 +47,8 @@ const Case kCases[] = {
     {"Thermal GET", "GET", "/ISP/Thermal?ChannelId=102", nullptr, GET_FLOW(Thermal), FloorThermalGet},
     {"Thermal PUT", "PUT", "/ISP/Thermal?ChannelId=102", kThermalBody, PUT_FLOW(Thermal), FloorThermalPut},
     {"AEExpLock PUT", "PUT", "/ISP/AEExpLock?ChannelId=101", kExpLockBody,
-     Flow{nullptr, ParsePutIspIaasAEExpLock, RunPutIspIaasAEExpLock, FormatPutIspIaasAEExpLock}, FloorAEExpLockPut},
+     ParsedPutFlow<ParsePutIspIaasAEExpLock, RunPutIspIaasAEExpLock, FormatPutIspIaasAEExpLock>,
+     FloorAEExpLockPut},
     {"RestoreDefaults RunPut", "PUT", "/ISP/RestoreDefaultParams", nullptr, RESET_FLOW(RestoreDefaultParams),
      FloorRestoreDefaults},
     {"ResetThermal RunPut", "PUT", "/ISP/ResetThermal?ChannelId=102", nullptr, RESET_FLOW(ResetThermal),
@@ -60,17 +61,5 @@ const Case kCases[] = {
      RESET_FLOW(ResetBackLightAdapt), FloorResetBacklight},
 };
 const size_t kCaseCount = sizeof(kCases) / sizeof(kCases[0]);
-
-int RunModule(const Flow& f, Request& r)
-{
-    int rc = f.preProc != nullptr ? f.preProc(&r.header, &r.sock, &r.ctx) : 0;
-    if (rc == 0 && f.parse != nullptr) {
-        rc = f.parse(&r.header, &r.content, &r.ctx);
-    }
-    if (rc == 0 && f.run != nullptr) {
-        rc = f.run(&r.header, &r.client, &r.ctx);
-    }
-    return f.format != nullptr ? f.format(&r.header, rc, &r.ctx, &r.buf) : rc;
-}
 
 }  // namespace bench

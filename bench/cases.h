@@ -21,32 +21,54 @@
 
 namespace bench {
 
-/* The stages of one request, in the server's order; absent stages are null. */
-struct Flow {
-    KxapiPreProcStage preProc;
-    KxapiParseStage parse;
-    KxapiRunStage run;
-    KxapiFormatStage format;
-};
-
-using Floor = int (*)(Request& request);
+/* One whole request: the module's stages, or a floor. */
+using Whole = int (*)(Request& request);
 
 struct Case {
     const char* name; /* resource and direction, as the tables print it */
     const char* method;
     const char* url;
     const char* body;
-    Flow module;
-    Floor floor;
+    Whole module; /* the request's flow of stages */
+    Whole floor;
 };
 
 extern const Case kCases[];
 extern const size_t kCaseCount;
 
-/* Calls the stages as the server does: each only after the one before
- * succeeded, then the Format stage with the last result. The Format stage's
- * result, or the Run stage's when there is no Format stage. */
-int RunModule(const Flow& flow, Request& request);
+/* The stages of one request as the server calls them: each only after the
+ * one before succeeded, then the Format stage with the last result. The
+ * stages are template arguments, so the calls are direct: what is measured
+ * is the stages, not a driver. */
+template <KxapiRunStage Run, KxapiFormatStage Format>
+int GetFlow(Request& r)
+{
+    return Format(&r.header, Run(&r.header, &r.client, &r.ctx), &r.ctx, &r.buf);
+}
+
+template <KxapiParseStage Parse, KxapiRunStage Run, KxapiFormatStage Format>
+int ParsedPutFlow(Request& r)
+{
+    int rc = Parse(&r.header, &r.content, &r.ctx);
+    if (rc == 0) {
+        rc = Run(&r.header, &r.client, &r.ctx);
+    }
+    return Format(&r.header, rc, &r.ctx, &r.buf);
+}
+
+template <KxapiPreProcStage PreProc, KxapiParseStage Parse, KxapiRunStage Run, KxapiFormatStage Format>
+int PutFlow(Request& r)
+{
+    const int rc = PreProc(&r.header, &r.sock, &r.ctx);
+    return rc == 0 ? ParsedPutFlow<Parse, Run, Format>(r) : Format(&r.header, rc, &r.ctx, &r.buf);
+}
+
+/* A reset: its Run stage alone. */
+template <KxapiRunStage Run>
+int ResetFlow(Request& r)
+{
+    return Run(&r.header, &r.client, &r.ctx);
+}
 
 /* The floors, one per case. */
 int FloorFakeRatioGet(Request& r);

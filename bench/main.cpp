@@ -36,7 +36,7 @@ enum class Side { Module, Floor };
 
 int RunOnce(const Case& c, Side side, Request& r)
 {
-    const int rc = side == Side::Module ? RunModule(c.module, r) : c.floor(r);
+    const int rc = side == Side::Module ? c.module(r) : c.floor(r);
     r.End();
     return rc;
 }
@@ -228,7 +228,7 @@ int Smoke()
         const Case& c = kCases[i];
         Request rm(c.method, c.url, c.body);
         Request rf(c.method, c.url, c.body);
-        const int module = RunModule(c.module, rm);
+        const int module = c.module(rm);
         const int floor = c.floor(rf);
         if (module != 0 || floor != module || rm.Response() != rf.Response()) {
             ++failures;
