@@ -143,28 +143,39 @@ int Allocs()
     return 0;
 }
 
-// Requests per second of `threads` threads, each with its own request
-// records, each making `perThread` requests; wall time from a common start.
-double Throughput(const Case& c, int threads, int perThread)
+// `threads` threads, each with its own request records, each making
+// `perThread` requests from a common start: requests per second of wall
+// time, and CPU nanoseconds per request averaged over the threads. The CPU
+// time shows whether the threads slow each other down even when the machine
+// has no free core to run them side by side.
+struct Run {
+    double perSecond;
+    double cpuPerRequest;
+};
+
+Run Throughput(const Case& c, int threads, int perThread)
 {
     std::atomic<int> ready{0};
     std::atomic<bool> go{false};
+    std::vector<double> cpu(static_cast<size_t>(threads));
     std::vector<std::thread> workers;
-    timespec t0{}, t1{};
     for (int t = 0; t < threads; ++t) {
-        workers.emplace_back([&] {
+        workers.emplace_back([&, t] {
             Request r(c.method, c.url, c.body);
             RunOnce(c, Side::Module, r);
             ready++;
             while (!go.load()) {
             }
+            const double start = CpuNow();
             for (int n = 0; n < perThread; ++n) {
                 RunOnce(c, Side::Module, r);
             }
+            cpu[static_cast<size_t>(t)] = (CpuNow() - start) / perThread;
         });
     }
     while (ready.load() != threads) {
     }
+    timespec t0{}, t1{};
     clock_gettime(CLOCK_MONOTONIC, &t0);
     go = true;
     for (std::thread& w : workers) {
@@ -172,25 +183,34 @@ double Throughput(const Case& c, int threads, int perThread)
     }
     clock_gettime(CLOCK_MONOTONIC, &t1);
     const double seconds = static_cast<double>(t1.tv_sec - t0.tv_sec) + (t1.tv_nsec - t0.tv_nsec) / 1e9;
-    return threads * static_cast<double>(perThread) / seconds;
+    double cpuSum = 0;
+    for (double v : cpu) {
+        cpuSum += v;
+    }
+    return {threads * static_cast<double>(perThread) / seconds, cpuSum / threads};
 }
 
 int Threads()
 {
     double worst = 1e300;
-    std::printf("%-24s %14s %14s %8s\n", "request", "1 thread /s", "2 threads /s", "scaling");
+    std::printf("%-24s %13s %13s %8s %11s %11s\n", "request", "1 thread /s", "2 threads /s", "scaling",
+                "cpu ns 1t", "cpu ns 2t");
     for (size_t i = 0; i < kCaseCount; ++i) {
         const Case& c = kCases[i];
         // About a tenth of a second per run; the best of five runs each.
-        const int perThread = std::max(1000, static_cast<int>(Throughput(c, 1, 1000) / 10));
-        double one = 0;
-        double two = 0;
+        const int perThread = std::max(1000, static_cast<int>(Throughput(c, 1, 1000).perSecond / 10));
+        Run one = {0, 1e300};
+        Run two = {0, 1e300};
         for (int round = 0; round < 5; ++round) {
-            one = std::max(one, Throughput(c, 1, perThread));
-            two = std::max(two, Throughput(c, 2, perThread));
+            for (auto [threads, best] : {std::pair{1, &one}, std::pair{2, &two}}) {
+                const Run run = Throughput(c, threads, perThread);
+                best->perSecond = std::max(best->perSecond, run.perSecond);
+                best->cpuPerRequest = std::min(best->cpuPerRequest, run.cpuPerRequest);
+            }
         }
-        worst = std::min(worst, two / one);
-        std::printf("%-24s %14.0f %14.0f %8.2f\n", c.name, one, two, two / one);
+        worst = std::min(worst, two.perSecond / one.perSecond);
+        std::printf("%-24s %13.0f %13.0f %8.2f %11.0f %11.0f\n", c.name, one.perSecond, two.perSecond,
+                    two.perSecond / one.perSecond, one.cpuPerRequest, two.cpuPerRequest);
     }
     std::printf("two-threads-vs-one (worst): %.2f\n", worst);
     return 0;
