@@ -1,0 +1,274 @@
+#include "control_sim.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <thread>
+
+#include "kxapi_common.h"
+
+namespace devhost {
+
+namespace {
+
+constexpr size_t kRecvMsgOffset = 164;
+constexpr size_t kResultOffset = 176;
+constexpr size_t kPayloadOffset = 200;
+
+class ControlState {
+public:
+    explicit ControlState(const DeviceImage& image) : image_(image), payloads_(image.controlPayloads) {}
+
+    std::optional<Bytes> Get(int code)
+    {
+        std::lock_guard<std::mutex> guard(lock_);
+        const auto it = payloads_.find(code);
+        return it != payloads_.end() ? std::optional<Bytes>(it->second) : std::nullopt;
+    }
+
+    // Stores the first bytes of `data`, as many as the payload has.
+    bool Put(int code, const uint8_t* data, size_t len)
+    {
+        std::lock_guard<std::mutex> guard(lock_);
+        const auto it = payloads_.find(code);
+        if (it == payloads_.end() || len < it->second.size()) {
+            return false;
+        }
+        std::memcpy(it->second.data(), data, it->second.size());
+        return true;
+    }
+
+    void Restore()
+    {
+        std::lock_guard<std::mutex> guard(lock_);
+        payloads_ = image_.controlPayloads;
+    }
+
+private:
+    const DeviceImage& image_;
+    std::mutex lock_;
+    std::map<int, Bytes> payloads_;
+};
+
+struct ControlSimulator {
+    explicit ControlSimulator(const DeviceImage& image) : state(image) {}
+    ControlState state;
+    SimCore core;
+    std::atomic<bool> listening{false};
+};
+
+ControlSimulator* g_sim = nullptr;
+
+// Moves exactly len bytes; false when the peer has gone.
+bool Transfer(int fd, void* data, size_t len, bool sending)
+{
+    auto* p = static_cast<uint8_t*>(data);
+    while (len > 0) {
+        const ssize_t n = sending ? send(fd, p, len, MSG_NOSIGNAL) : recv(fd, p, len, 0);
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n <= 0) {
+            return false;
+        }
+        p += n;
+        len -= static_cast<size_t>(n);
+    }
+    return true;
+}
+
+template <class T>
+void PutWord(uint8_t* at, T value)
+{
+    std::memcpy(at, &value, sizeof(value));
+}
+
+// Answers one command; false when the connection is to be closed instead.
+bool Answer(int fd, uint32_t type, int code, const std::vector<uint8_t>& body)
+{
+    uint32_t channelField = 0;
+    std::memcpy(&channelField, body.data(), sizeof(channelField));
+    const std::optional<Fault> fault = g_sim->core.faults.Take(code, channelField);
+    const long size = ControlPayloadSize(code);
+    // The part of the body the command gives a meaning to.
+    const size_t head = size > 0 ? static_cast<size_t>(size) : 16;
+
+    Json entry(json_object_new_object());
+    json_object_object_add(entry.get(), "service", json_object_new_string("control"));
+    json_object_object_add(entry.get(), "messageType", json_object_new_string(type == VW_MSG_WRITE ? "write" : "read"));
+    json_object_object_add(entry.get(), "command", json_object_new_int(code));
+    json_object_object_add(entry.get(), "channel", json_object_new_int64(channelField));
+    json_object_object_add(entry.get(), "request", json_object_new_string(ToHex(body.data(), head).c_str()));
+    if (fault) {
+        json_object_object_add(entry.get(), "fault", json_object_new_string(FaultKindName(fault->kind)));
+        if (fault->kind == FaultKind::NoAnswer || fault->kind == FaultKind::SendFailure) {
+            json_object_object_add(entry.get(), "reply", nullptr);
+            json_object_object_add(entry.get(), "result", nullptr);
+            g_sim->core.journal.Add(std::move(entry));
+            if (fault->kind == FaultKind::NoAnswer) {
+                // Held until the faults are cleared; then the connection closes.
+                g_sim->core.faults.WaitCleared(g_sim->core.stop);
+            }
+            return false;
+        }
+        if (fault->kind == FaultKind::Delay) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(fault->value));
+        }
+    }
+
+    int result = 0;
+    if (fault && fault->kind == FaultKind::Result) {
+        result = static_cast<int>(fault->value);
+    } else if (size < 0) {
+        result = kControlUnknownCommand;
+    } else if (type == VW_MSG_WRITE) {
+        g_sim->state.Put(code, body.data(), body.size());
+    }
+    const Bytes payload = g_sim->state.Get(code).value_or(Bytes());
+
+    std::vector<uint8_t> reply(VW_SYN_REPLY_HEAD + VW_MSG_DATA_LEN, 0);
+    PutWord<uint32_t>(reply.data(), VW_SYN_MAGIC);
+    PutWord<uint32_t>(reply.data() + 4, VW_MSG_DATA_LEN);
+    uint8_t* data = reply.data() + VW_SYN_REPLY_HEAD;
+    PutWord<int32_t>(data + kRecvMsgOffset, code);
+    PutWord<int32_t>(data + kResultOffset, result);
+    std::memcpy(data + kPayloadOffset, payload.data(), payload.size());
+
+    json_object_object_add(entry.get(), "reply", json_object_new_string(ToHex(payload).c_str()));
+    json_object_object_add(entry.get(), "result", json_object_new_int(result));
+    g_sim->core.journal.Add(std::move(entry));
+    return Transfer(fd, reply.data(), reply.size(), true);
+}
+
+void Serve(int fd)
+{
+    for (;;) {
+        uint32_t head[4] = {};
+        if (!Transfer(fd, head, sizeof(head), false) || head[0] != VW_SYN_MAGIC || head[3] != VW_CMD_BODY_LEN) {
+            break;
+        }
+        std::vector<uint8_t> body(VW_CMD_BODY_LEN);
+        if (!Transfer(fd, body.data(), body.size(), false) || !Answer(fd, head[1], static_cast<int>(head[2]), body)) {
+            break;
+        }
+    }
+    close(fd);
+}
+
+int Listen(const char* path)
+{
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    std::snprintf(addr.sun_path, sizeof(addr.sun_path), "%s", path);
+    unlink(path);
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0 || bind(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)) != 0 || listen(fd, 64) != 0) {
+        std::fprintf(stderr, "ispiaas-devhost: the control process cannot listen on %s: %s\n", path,
+                     std::strerror(errno));
+        if (fd >= 0) {
+            close(fd);
+        }
+        return -1;
+    }
+    return fd;
+}
+
+// Accepts connections, one thread each. While a "down" fault is armed the
+// socket is gone, as when the control process is not running.
+void AcceptLoop(const char* path, int listenFd)
+{
+    while (!g_sim->core.stop) {
+        const bool down = g_sim->core.faults.Armed(FaultKind::Down);
+        if (down && listenFd >= 0) {
+            close(listenFd);
+            unlink(path);
+            listenFd = -1;
+        } else if (!down && listenFd < 0) {
+            listenFd = Listen(path);
+        }
+        g_sim->listening = listenFd >= 0;
+        if (listenFd < 0) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            continue;
+        }
+        pollfd p{listenFd, POLLIN, 0};
+        if (poll(&p, 1, 20) <= 0) {
+            continue;
+        }
+        const int fd = accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC);
+        if (fd >= 0) {
+            std::thread(Serve, fd).detach();
+        }
+    }
+}
+
+Json HandleLink(json_object* request)
+{
+    const std::string op = JsonString(request, "op").value_or("");
+    if (op == "faults.arm" || op == "faults.clear") {
+        // The accept loop looks at "down" every 20 ms; the reply waits until
+        // it has, so that the next command already finds the socket gone or
+        // back.
+        Json reply = HandleCoreRequest(g_sim->core, op, request,
+                                       {FaultKind::NoAnswer, FaultKind::Delay, FaultKind::Result,
+                                        FaultKind::SendFailure, FaultKind::Down});
+        for (int i = 0; i < 500 && g_sim->listening == g_sim->core.faults.Armed(FaultKind::Down); i++) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return reply;
+    }
+    if (Json core = HandleCoreRequest(g_sim->core, op, request, {})) {
+        return core;
+    }
+    if (op == "reset") {
+        g_sim->state.Restore();
+        g_sim->core.journal.Clear();
+        g_sim->core.faults.Clear();
+        return JsonOk();
+    }
+    const std::optional<long long> command = JsonInt(request, "command");
+    if ((op != "get" && op != "put") || !command) {
+        return JsonError("unknown request");
+    }
+    const int code = static_cast<int>(*command);
+    if (op == "put") {
+        const std::optional<Bytes> value = FromHex(JsonString(request, "hex").value_or("-"));
+        const long size = ControlPayloadSize(code);
+        if (!value) {
+            return JsonError("\"hex\" must be a hex text");
+        }
+        if (size >= 0 && value->size() != static_cast<size_t>(size)) {
+            return JsonError("the payload has " + std::to_string(size) + " bytes");
+        }
+        g_sim->state.Put(code, value->data(), value->size());
+    }
+    const std::optional<Bytes> payload = g_sim->state.Get(code);
+    if (!payload) {
+        return JsonError("the control process has no such command");
+    }
+    return BlockToJson("control", code, std::nullopt, *payload);
+}
+
+}  // namespace
+
+int RunControlSimulator(const DeviceImage& image, const char* socketPath, int linkFd)
+{
+    static ControlSimulator sim(image);
+    g_sim = &sim;
+    const int listenFd = Listen(socketPath);
+    if (listenFd < 0) {
+        return 1;
+    }
+    std::thread acceptor(AcceptLoop, socketPath, listenFd);
+    LinkServe(linkFd, HandleLink);
+    sim.core.stop = true;
+    acceptor.join();
+    return 0;
+}
+
+}  // namespace devhost

@@ -1,0 +1,238 @@
+#include "http_front.h"
+
+#include <arpa/inet.h>
+#include <microhttpd.h>
+
+#include <cstring>
+
+#include "stage_runner.h"
+
+namespace devhost {
+
+namespace {
+
+// Threads that run stages hold two command buffers of about 21 KB each on
+// their stack, more under the sanitizers.
+constexpr size_t kStageStackSize = 1024 * 1024;
+constexpr unsigned kConnectionTimeoutS = 120;
+
+struct RequestState {
+    std::string rawUri;  // the request target exactly as sent, query included
+    bool started = false;
+    bool tooLarge = false;
+    std::string body;
+};
+
+void* UriLog(void*, const char* uri, MHD_Connection*)
+{
+    auto* state = new RequestState;
+    state->rawUri = uri != nullptr ? uri : "";
+    return state;
+}
+
+void Completed(void*, MHD_Connection*, void** state, MHD_RequestTerminationCode)
+{
+    delete static_cast<RequestState*>(*state);
+    *state = nullptr;
+}
+
+MHD_Result Send(MHD_Connection* connection, const HttpReply& reply)
+{
+    MHD_Response* response =
+        MHD_create_response_from_buffer(reply.body.size(), const_cast<char*>(reply.body.data()), MHD_RESPMEM_MUST_COPY);
+    if (response == nullptr) {
+        return MHD_NO;
+    }
+    MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, "application/json");
+    if (!reply.allow.empty()) {
+        MHD_add_response_header(response, MHD_HTTP_HEADER_ALLOW, reply.allow.c_str());
+    }
+    const MHD_Result rc = MHD_queue_response(connection, reply.status, response);
+    MHD_destroy_response(response);
+    return rc;
+}
+
+const Resource* FindResource(const HostParts& parts, const std::string& name)
+{
+    for (const Resource& r : parts.resources) {
+        if (r.name == name) {
+            return &r;
+        }
+    }
+    return nullptr;
+}
+
+bool KnownResourceName(const std::string& name)
+{
+    for (const ResourceRow& row : kResourceRows) {
+        if (name == row.name) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::string AllowedMethods(const Resource& r)
+{
+    std::string allow = r.runGet != nullptr ? "GET" : "";
+    if (r.runPut != nullptr) {
+        allow += allow.empty() ? "PUT" : ", PUT";
+    }
+    return allow;
+}
+
+// What a request gets before its body is read: an error for a path, method
+// or size that the host refuses, nothing when it may go on.
+std::optional<HttpReply> Refusal(const HostParts& parts, const std::string& path, const std::string& method,
+                                 MHD_Connection* connection, const RequestState& state)
+{
+    if (state.rawUri.size() >= HTTP_URL_LEN) {
+        return ErrorReply(414, "the request target is longer than " + std::to_string(HTTP_URL_LEN - 1) + " bytes");
+    }
+    if (const char* length = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_CONTENT_LENGTH);
+        length != nullptr && std::strtoull(length, nullptr, 10) > kBodyLimit) {
+        return ErrorReply(413, "the body is larger than " + std::to_string(kBodyLimit) + " bytes");
+    }
+    if (path.rfind(kSimPrefix, 0) == 0) {
+        return std::nullopt;
+    }
+    if (path.rfind(kApiPrefix, 0) != 0) {
+        return ErrorReply(404, "no resource at " + path);
+    }
+    const std::string name = path.substr(std::strlen(kApiPrefix));
+    const Resource* resource = FindResource(parts, name);
+    if (resource == nullptr) {
+        return ErrorReply(404, KnownResourceName(name) ? "the module lacks stages of " + name
+                                                       : "no resource at " + path);
+    }
+    const bool allowed = (method == MHD_HTTP_METHOD_GET && resource->runGet != nullptr) ||
+                         (method == MHD_HTTP_METHOD_PUT && resource->runPut != nullptr);
+    if (!allowed) {
+        HttpReply reply = ErrorReply(405, name + " takes " + AllowedMethods(*resource) + ", not " + method);
+        reply.allow = AllowedMethods(*resource);
+        return reply;
+    }
+    return std::nullopt;
+}
+
+HttpReply RunResource(HostParts& parts, MHD_Connection* connection, const std::string& path, bool put,
+                      const RequestState& state)
+{
+    const Resource& resource = *FindResource(parts, path.substr(std::strlen(kApiPrefix)));
+    StageRequest request;
+    request.put = put;
+    request.url = state.rawUri;
+    request.body = state.body;
+    if (const MHD_ConnectionInfo* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS)) {
+        char text[INET6_ADDRSTRLEN] = "";
+        const sockaddr* addr = info->client_addr;
+        if (addr->sa_family == AF_INET) {
+            const auto* in = reinterpret_cast<const sockaddr_in*>(addr);
+            inet_ntop(AF_INET, &in->sin_addr, text, sizeof(text));
+            request.clientPort = ntohs(in->sin_port);
+        } else if (addr->sa_family == AF_INET6) {
+            const auto* in6 = reinterpret_cast<const sockaddr_in6*>(addr);
+            inet_ntop(AF_INET6, &in6->sin6_addr, text, sizeof(text));
+            request.clientPort = ntohs(in6->sin6_port);
+        }
+        request.clientAddress = text;
+    }
+    if (const MHD_ConnectionInfo* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD)) {
+        request.connectionFd = info->connect_fd;
+    }
+    const StageAnswer answer = RunStages(resource, request);
+    parts.log->Note(std::string(put ? "PUT " : "GET ") + state.rawUri + " -> " + std::to_string(answer.httpStatus) +
+                    " (result " + std::to_string(answer.result) + ", format " +
+                    std::to_string(answer.formatResult) + ")");
+    return HttpReply{answer.httpStatus, answer.body, ""};
+}
+
+MHD_Result Access(void* cls, MHD_Connection* connection, const char* url, const char* method, const char*,
+                  const char* uploadData, size_t* uploadSize, void** statePtr)
+{
+    auto* front = static_cast<HttpFront*>(cls);
+    auto* state = static_cast<RequestState*>(*statePtr);
+    const std::string path = url;
+    if (!state->started) {
+        state->started = true;
+        if (const std::optional<HttpReply> refusal = Refusal(front->Parts(), path, method, connection, *state)) {
+            front->Parts().log->Note(std::string(method) + " " + state->rawUri + " -> " +
+                                     std::to_string(refusal->status) + " (refused by the host)");
+            return Send(connection, *refusal);
+        }
+        return MHD_YES;
+    }
+    if (*uploadSize != 0) {
+        if (state->body.size() + *uploadSize > kBodyLimit) {
+            state->tooLarge = true;
+        } else {
+            state->body.append(uploadData, *uploadSize);
+        }
+        *uploadSize = 0;
+        return MHD_YES;
+    }
+    if (state->tooLarge) {
+        return Send(connection, ErrorReply(413, "the body is larger than " + std::to_string(kBodyLimit) + " bytes"));
+    }
+    if (path.rfind(kSimPrefix, 0) == 0) {
+        return Send(connection,
+                    HandleSimRoute(front->Parts(), method, path.substr(std::strlen(kSimPrefix)), state->body));
+    }
+    return Send(connection,
+                RunResource(front->Parts(), connection, path, std::strcmp(method, MHD_HTTP_METHOD_PUT) == 0, *state));
+}
+
+}  // namespace
+
+HttpReply ErrorReply(unsigned status, const std::string& message)
+{
+    Json error(json_object_new_object());
+    json_object_object_add(error.get(), "status", json_object_new_int(static_cast<int>(status)));
+    json_object_object_add(error.get(), "message", json_object_new_string(message.c_str()));
+    Json o(json_object_new_object());
+    json_object_object_add(o.get(), "error", error.release());
+    return JsonReply(status, o.get());
+}
+
+HttpReply JsonReply(unsigned status, json_object* body)
+{
+    return HttpReply{status, json_object_to_json_string_ext(body, JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_NOSLASHESCAPE) + std::string("\n"), ""};
+}
+
+bool HttpFront::Start(const std::string& address, uint16_t port, std::string& error)
+{
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_port = htons(port);
+    if (inet_pton(AF_INET, address.c_str(), &addr.sin_addr) != 1) {
+        error = "not an IPv4 address: " + address;
+        return false;
+    }
+    daemon_ = MHD_start_daemon(MHD_USE_THREAD_PER_CONNECTION | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_POLL |
+                                   MHD_USE_ERROR_LOG,
+                               port, nullptr, nullptr, &Access, this, MHD_OPTION_SOCK_ADDR, &addr,
+                               MHD_OPTION_URI_LOG_CALLBACK, &UriLog, nullptr, MHD_OPTION_NOTIFY_COMPLETED, &Completed,
+                               nullptr, MHD_OPTION_THREAD_STACK_SIZE, kStageStackSize,
+                               MHD_OPTION_CONNECTION_TIMEOUT, kConnectionTimeoutS, MHD_OPTION_END);
+    if (daemon_ == nullptr) {
+        error = "cannot listen on " + address + ":" + std::to_string(port);
+        return false;
+    }
+    return true;
+}
+
+uint16_t HttpFront::Port() const
+{
+    const MHD_DaemonInfo* info = MHD_get_daemon_info(daemon_, MHD_DAEMON_INFO_BIND_PORT);
+    return info != nullptr ? info->port : 0;
+}
+
+void HttpFront::Stop()
+{
+    if (daemon_ != nullptr) {
+        MHD_stop_daemon(daemon_);
+        daemon_ = nullptr;
+    }
+}
+
+}  // namespace devhost

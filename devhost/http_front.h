@@ -1,0 +1,63 @@
+// The development host's HTTP front: the module's resources under
+// "/api/isp/<Resource>", the simulators' inspection and faults under "/_sim/".
+#ifndef DEVHOST_HTTP_FRONT_H
+#define DEVHOST_HTTP_FRONT_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "log_tap.h"
+#include "sim_common.h"
+#include "stage_table.h"
+
+struct MHD_Daemon;
+
+namespace devhost {
+
+inline constexpr size_t kBodyLimit = 64 * 1024;
+inline constexpr const char* kApiPrefix = "/api/isp/";
+inline constexpr const char* kSimPrefix = "/_sim/";
+
+struct HostParts {
+    std::vector<Resource> resources;
+    LinkClient* isp = nullptr;
+    LinkClient* control = nullptr;
+    LogTap* log = nullptr;
+};
+
+struct HttpReply {
+    unsigned status = 200;
+    std::string body;
+    std::string allow;  // the Allow header of a 405
+};
+
+// A JSON error body: {"error": {"status", "message"}}.
+HttpReply ErrorReply(unsigned status, const std::string& message);
+HttpReply JsonReply(unsigned status, json_object* body);
+
+// The inspection and fault routes (path without the "/_sim/" prefix).
+HttpReply HandleSimRoute(HostParts& parts, const std::string& method, const std::string& path,
+                         const std::string& body);
+
+class HttpFront {
+public:
+    explicit HttpFront(HostParts& parts) : parts_(parts) {}
+    ~HttpFront() { Stop(); }
+
+    // Listens on address:port (port 0: any free port) with a thread per
+    // connection; false with `error` set when it cannot.
+    bool Start(const std::string& address, uint16_t port, std::string& error);
+    uint16_t Port() const;
+    void Stop();
+
+    HostParts& Parts() { return parts_; }
+
+private:
+    HostParts& parts_;
+    MHD_Daemon* daemon_ = nullptr;
+};
+
+}  // namespace devhost
+
+#endif  // DEVHOST_HTTP_FRONT_H

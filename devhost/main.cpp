@@ -1,0 +1,293 @@
+// ispiaas-devhost: the module's resources over HTTP, on a simulated camera.
+//
+// Start: load the module and resolve its stages, read the profile, enter a
+// private mount namespace, fork the ISP service and control process
+// simulators into it, then serve HTTP until SIGINT or SIGTERM.
+#include <dlfcn.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "ability.h"
+#include "control_sim.h"
+#include "http_front.h"
+#include "isolation.h"
+#include "isp_sim.h"
+
+#ifndef ISPIAAS_DEFAULT_MODULE
+#define ISPIAAS_DEFAULT_MODULE "libqtnapiIspIaas.so"
+#endif
+
+namespace devhost {
+namespace {
+
+// Exit statuses besides 0 and 1.
+constexpr int kExitUsage = 2;
+constexpr int kExitNoFuse = 77;
+
+struct Options {
+    std::string address = "127.0.0.1";
+    uint16_t port = 8080;
+    std::string module = ISPIAAS_DEFAULT_MODULE;
+    std::string profile;
+    std::string log;
+    bool allowMissing = false;
+};
+
+const char kUsage[] =
+    "usage: ispiaas-devhost [--listen ADDR:PORT] [--module PATH] [--profile FILE] [--log FILE]\n"
+    "                       [--allow-missing] [--print-profile]\n"
+    "  --listen ADDR:PORT  where to serve HTTP (default 127.0.0.1:8080; port 0 takes a free one)\n"
+    "  --module PATH       the module to load (default " ISPIAAS_DEFAULT_MODULE ")\n"
+    "  --profile FILE      a JSON device profile; its values replace the embedded default's\n"
+    "  --log FILE          write the diagnostic and operation-log lines there instead of stdout\n"
+    "  --allow-missing     serve the resources whose stages all exist instead of refusing to start\n"
+    "  --print-profile     print the embedded default profile and exit\n";
+
+int Fail(int status, const std::string& message)
+{
+    std::fprintf(stderr, "ispiaas-devhost: %s\n", message.c_str());
+    return status;
+}
+
+bool ParseListen(const std::string& text, Options& o)
+{
+    const size_t colon = text.rfind(':');
+    if (colon == std::string::npos || colon + 1 == text.size()) {
+        return false;
+    }
+    char* end = nullptr;
+    const unsigned long port = std::strtoul(text.c_str() + colon + 1, &end, 10);
+    if (*end != '\0' || port > 65535) {
+        return false;
+    }
+    o.address = text.substr(0, colon);
+    o.port = static_cast<uint16_t>(port);
+    return true;
+}
+
+// 0 to go on, or the exit status.
+int ParseOptions(int argc, char** argv, Options& o)
+{
+    for (int i = 1; i < argc; i++) {
+        const std::string arg = argv[i];
+        const bool hasValue = i + 1 < argc;
+        if (arg == "--help" || arg == "-h") {
+            std::fputs(kUsage, stdout);
+            return -1;
+        } else if (arg == "--print-profile") {
+            std::fputs(DefaultProfileText(), stdout);
+            return -1;
+        } else if (arg == "--allow-missing") {
+            o.allowMissing = true;
+        } else if (arg == "--listen" && hasValue) {
+            if (!ParseListen(argv[++i], o)) {
+                return Fail(kExitUsage, std::string("--listen takes ADDR:PORT, not ") + argv[i]);
+            }
+        } else if (arg == "--module" && hasValue) {
+            o.module = argv[++i];
+        } else if (arg == "--profile" && hasValue) {
+            o.profile = argv[++i];
+        } else if (arg == "--log" && hasValue) {
+            o.log = argv[++i];
+        } else {
+            std::fputs(kUsage, stderr);
+            return kExitUsage;
+        }
+    }
+    return 0;
+}
+
+struct Child {
+    const char* name;
+    const char* processName;
+    pid_t pid = -1;
+    int link = -1;
+};
+
+// Forks a simulator that runs `body` with its end of a new link.
+template <class Body>
+bool Spawn(Child& child, Body body)
+{
+    int pair[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) {
+        return false;
+    }
+    std::fflush(nullptr);
+    child.pid = fork();
+    if (child.pid < 0) {
+        return false;
+    }
+    if (child.pid == 0) {
+        // The simulator ends with the host, however the host ends.
+        prctl(PR_SET_PDEATHSIG, SIGTERM);
+        prctl(PR_SET_NAME, child.processName);
+        close(pair[0]);
+        _exit(body(pair[1]));
+    }
+    close(pair[1]);
+    child.link = pair[0];
+    return true;
+}
+
+void Stop(Child& child)
+{
+    if (child.pid <= 0) {
+        return;
+    }
+    kill(child.pid, SIGTERM);
+    for (int i = 0; i < 50; i++) {
+        if (waitpid(child.pid, nullptr, WNOHANG) == child.pid) {
+            child.pid = -1;
+            return;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    kill(child.pid, SIGKILL);
+    waitpid(child.pid, nullptr, 0);
+    child.pid = -1;
+}
+
+bool ReadFile(const std::string& path, std::string& text)
+{
+    std::ifstream in(path);
+    if (!in) {
+        return false;
+    }
+    std::stringstream all;
+    all << in.rdbuf();
+    text = all.str();
+    return true;
+}
+
+void PrintBanner(const Options& o, uint16_t port)
+{
+    std::printf("ispiaas-devhost: serving http://%s:%u/ (module %s, profile %s)\n", o.address.c_str(), port,
+                o.module.c_str(), o.profile.empty() ? "embedded default" : o.profile.c_str());
+    std::printf("  try: curl 'http://%s:%u/api/isp/Thermal?ChannelId=102'\n", o.address.c_str(), port);
+    std::printf("       curl 'http://%s:%u/_sim/journal'\n", o.address.c_str(), port);
+    std::printf("  stop with Ctrl-C\n");
+    std::fflush(stdout);
+}
+
+int Run(int argc, char** argv)
+{
+    Options o;
+    if (const int status = ParseOptions(argc, argv, o)) {
+        return status < 0 ? 0 : status;
+    }
+
+    std::string profileText;
+    if (!o.profile.empty() && !ReadFile(o.profile, profileText)) {
+        return Fail(kExitUsage, "cannot read the profile " + o.profile);
+    }
+    DeviceImage image;
+    std::string error;
+    if (!LoadProfile(profileText, image, error)) {
+        return Fail(kExitUsage, o.profile + ": " + error);
+    }
+
+    // Everything outside the namespace is opened before entering it.
+    void* module = dlopen(o.module.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (module == nullptr) {
+        return Fail(kExitUsage, std::string("cannot load the module: ") + dlerror());
+    }
+    HostParts parts;
+    std::vector<std::string> missing;
+    parts.resources = ResolveStages(module, missing);
+    for (const std::string& name : missing) {
+        std::fprintf(stderr, "ispiaas-devhost: the module %s has no stage %s\n", o.module.c_str(), name.c_str());
+    }
+    if (!missing.empty() && !o.allowMissing) {
+        return Fail(kExitUsage, "not starting: " + std::to_string(missing.size()) + " stages missing");
+    }
+    FILE* out = stdout;
+    if (!o.log.empty() && (out = std::fopen(o.log.c_str(), "a")) == nullptr) {
+        return Fail(kExitUsage, "cannot open the log file " + o.log);
+    }
+    if (!FuseAvailable(error)) {
+        return Fail(kExitNoFuse, error);
+    }
+    if (!EnterPrivateMounts(error)) {
+        return Fail(1, error);
+    }
+    SetDeviceAbilityProfile(&image.ability);
+    SharedSequence();
+
+    Child isp{"ISP service simulator", "ispiaas-isp-sim"};
+    Child control{"control process simulator", "ispiaas-ctl-sim"};
+    const bool spawned =
+        Spawn(isp, [&](int link) { return RunIspSimulator(image, kIspNodeDir, link); }) &&
+        Spawn(control, [&](int link) { return RunControlSimulator(image, kControlSocketPath, link); });
+
+    // From here on signals are taken by sigwait() alone, in every thread.
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGCHLD);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    signal(SIGPIPE, SIG_IGN);
+
+    LinkClient ispLink(isp.link);
+    LinkClient controlLink(control.link);
+    parts.isp = &ispLink;
+    parts.control = &controlLink;
+    LogTap tap(out);
+    parts.log = &tap;
+    HttpFront front(parts);
+    int status = 0;
+    Json ping(json_object_new_object());
+    json_object_object_add(ping.get(), "op", json_object_new_string("ping"));
+    if (!spawned) {
+        status = Fail(1, "cannot start the simulators");
+    } else if (JsonGet(ispLink.Call(ping.get()).get(), "error") != nullptr ||
+               JsonGet(controlLink.Call(ping.get()).get(), "error") != nullptr) {
+        status = Fail(1, "a simulator did not start");
+    } else if (!front.Start(o.address, o.port, error)) {
+        status = Fail(1, error);
+    } else {
+        PrintBanner(o, front.Port());
+        for (;;) {
+            int sig = 0;
+            sigwait(&signals, &sig);
+            if (sig != SIGCHLD) {
+                tap.Note("stopping");
+                break;
+            }
+            const pid_t gone = waitpid(-1, nullptr, WNOHANG);
+            if (gone == isp.pid || gone == control.pid) {
+                Child& ended = gone == isp.pid ? isp : control;
+                ended.pid = -1;
+                status = Fail(1, std::string("the ") + ended.name + " ended; stopping");
+                break;
+            }
+        }
+    }
+    // The simulators go first, so that stages waiting on them fail at once
+    // and the HTTP threads can be joined.
+    Stop(isp);
+    Stop(control);
+    front.Stop();
+    close(isp.link);
+    close(control.link);
+    if (out != stdout) {
+        std::fclose(out);
+    }
+    dlclose(module);
+    return status;
+}
+
+}  // namespace
+}  // namespace devhost
+
+int main(int argc, char** argv) { return devhost::Run(argc, argv); }

@@ -1,0 +1,134 @@
+// Pieces shared by the development host and its two device simulators: JSON
+// values, hex texts, the link over which the host asks a simulator about its
+// state, the armed faults and the journal of exchanges.
+#ifndef DEVHOST_SIM_COMMON_H
+#define DEVHOST_SIM_COMMON_H
+
+#include <json-c/json.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace devhost {
+
+using Bytes = std::vector<uint8_t>;
+
+// An owned json-c value.
+struct JsonPut {
+    void operator()(json_object* o) const { json_object_put(o); }
+};
+using Json = std::unique_ptr<json_object, JsonPut>;
+
+Json JsonParse(const std::string& text);
+std::string JsonText(json_object* o);
+// The member `key` of an object, or null when o is not an object or lacks it.
+json_object* JsonGet(json_object* o, const char* key);
+std::optional<long long> JsonInt(json_object* o, const char* key);
+std::optional<std::string> JsonString(json_object* o, const char* key);
+Json JsonError(const std::string& message);
+
+std::string ToHex(const uint8_t* data, size_t len);
+inline std::string ToHex(const Bytes& b) { return ToHex(b.data(), b.size()); }
+// Lower- or upper-case hex digits, two per byte; nothing else.
+std::optional<Bytes> FromHex(const std::string& text);
+
+// ---- the link between the host and a simulator ----------------------------
+// One request and one reply, each a JSON object carried as the content of a
+// framed message (the framed message library's own frame) over a socket pair.
+
+// Serves requests on fd until the peer closes it.
+void LinkServe(int fd, const std::function<Json(json_object* request)>& handle);
+
+class LinkClient {
+public:
+    explicit LinkClient(int fd) : fd_(fd) {}
+    // The reply, or an {"error"} object when the simulator is gone.
+    Json Call(json_object* request);
+
+private:
+    std::mutex lock_;
+    int fd_;
+};
+
+// ---- faults ---------------------------------------------------------------
+
+enum class FaultKind { NoAnswer, Delay, Status, ShortContent, Result, SendFailure, Down };
+
+struct Fault {
+    FaultKind kind = FaultKind::NoAnswer;
+    int command = -1;                // -1: every command
+    std::optional<uint32_t> channel; // none: every channel
+    long long value = 0;             // delay ms, status, content length, Result
+    long long remaining = -1;        // exchanges it still applies to; -1 without end
+};
+
+// Fault names as the inspection routes spell them.
+std::optional<FaultKind> FaultKindByName(const std::string& name);
+const char* FaultKindName(FaultKind kind);
+// A fault from its JSON description; nullopt with `error` set when it is bad.
+std::optional<Fault> FaultFromJson(json_object* o, std::string& error);
+Json FaultToJson(const Fault& fault);
+
+class FaultTable {
+public:
+    void Arm(const Fault& fault);
+    // Disarms every fault and releases the exchanges held by "noAnswer".
+    void Clear();
+    // The first armed fault for this exchange, counted as used.
+    std::optional<Fault> Take(int command, std::optional<uint32_t> channel);
+    bool Armed(FaultKind kind);
+    Json ToJson();
+    // Blocks until the faults are cleared (or `stop` is set); true when cleared.
+    bool WaitCleared(const std::atomic<bool>& stop);
+
+private:
+    std::mutex lock_;
+    std::condition_variable cleared_;
+    unsigned long generation_ = 0;
+    std::vector<Fault> faults_;
+};
+
+// ---- journal --------------------------------------------------------------
+
+// Exchange numbers shared by both simulators, so that the host can merge
+// their journals in the order the exchanges happened.
+std::atomic<unsigned long long>* SharedSequence();
+
+class Journal {
+public:
+    // Stamps the entry with the next exchange number and keeps it.
+    void Add(Json entry);
+    void Clear();
+    Json ToJson();
+
+private:
+    std::mutex lock_;
+    std::vector<Json> entries_;
+};
+
+// What both simulators keep besides their device state, and the link
+// requests they answer alike: "ping", "journal", "faults", "faults.arm"
+// (with "fault"), "faults.clear".
+struct SimCore {
+    FaultTable faults;
+    Journal journal;
+    std::atomic<bool> stop{false};
+};
+
+// The reply to one of the shared requests, or null when `op` is another.
+// `supported` lists the fault kinds this simulator can play.
+Json HandleCoreRequest(SimCore& core, const std::string& op, json_object* request,
+                       std::initializer_list<FaultKind> supported);
+
+Json JsonOk();
+
+}  // namespace devhost
+
+#endif  // DEVHOST_SIM_COMMON_H

@@ -1,0 +1,202 @@
+// The inspection and fault routes under "/_sim/": each is a request over the
+// link of the simulator that owns the state, or of both.
+#include <algorithm>
+#include <sstream>
+
+#include "http_front.h"
+
+namespace devhost {
+
+namespace {
+
+// Command numbers from here on belong to the control process.
+constexpr long long kFirstControlCommand = 1000;
+
+std::vector<std::string> Split(const std::string& path)
+{
+    std::vector<std::string> parts;
+    std::stringstream in(path);
+    std::string part;
+    while (std::getline(in, part, '/')) {
+        parts.push_back(part);
+    }
+    return parts;
+}
+
+std::optional<long long> Number(const std::string& text)
+{
+    if (text.empty() || text.size() > 10 || !std::all_of(text.begin(), text.end(), ::isdigit)) {
+        return std::nullopt;
+    }
+    return std::stoll(text);
+}
+
+Json Request(const char* op)
+{
+    Json o(json_object_new_object());
+    json_object_object_add(o.get(), "op", json_object_new_string(op));
+    return o;
+}
+
+// The simulator's answer; a refusal becomes `failStatus`, a lost simulator 502.
+HttpReply Relay(LinkClient& link, json_object* request, unsigned failStatus)
+{
+    Json reply = link.Call(request);
+    if (const std::optional<std::string> error = JsonString(reply.get(), "error")) {
+        return ErrorReply(error->rfind("simulator", 0) == 0 ? 502 : failStatus, *error);
+    }
+    return JsonReply(200, reply.get());
+}
+
+HttpReply Block(LinkClient& link, const std::string& method, long long command, std::optional<long long> channel,
+                const std::string& body)
+{
+    Json request = Request(method == "GET" ? "get" : "put");
+    json_object_object_add(request.get(), "command", json_object_new_int64(command));
+    if (channel) {
+        json_object_object_add(request.get(), "channel", json_object_new_int64(*channel));
+    }
+    if (method == "PUT") {
+        Json given = JsonParse(body);
+        const std::optional<std::string> hex = JsonString(given.get(), "hex");
+        if (!hex) {
+            return ErrorReply(400, "the body must be a JSON object with the member \"hex\"");
+        }
+        const std::optional<long long> named = JsonInt(given.get(), "command");
+        if (named && *named != command) {
+            return ErrorReply(400, "\"command\" differs from the path");
+        }
+        json_object_object_add(request.get(), "hex", json_object_new_string(hex->c_str()));
+    }
+    return Relay(link, request.get(), method == "GET" ? 404 : 400);
+}
+
+HttpReply MergedJournal(HostParts& parts)
+{
+    Json isp = parts.isp->Call(Request("journal").get());
+    Json control = parts.control->Call(Request("journal").get());
+    std::vector<json_object*> entries;
+    for (json_object* list : {isp.get(), control.get()}) {
+        if (!json_object_is_type(list, json_type_array)) {
+            return ErrorReply(502, "a simulator did not give its journal");
+        }
+        for (size_t i = 0; i < json_object_array_length(list); i++) {
+            entries.push_back(json_object_array_get_idx(list, i));
+        }
+    }
+    std::sort(entries.begin(), entries.end(), [](json_object* a, json_object* b) {
+        return JsonInt(a, "seq").value_or(0) < JsonInt(b, "seq").value_or(0);
+    });
+    Json merged(json_object_new_array());
+    for (json_object* e : entries) {
+        json_object_array_add(merged.get(), json_object_get(e));
+    }
+    Json o(json_object_new_object());
+    json_object_object_add(o.get(), "entries", merged.release());
+    return JsonReply(200, o.get());
+}
+
+HttpReply ArmFault(HostParts& parts, const std::string& body)
+{
+    Json fault = JsonParse(body);
+    if (fault == nullptr || !json_object_is_type(fault.get(), json_type_object)) {
+        return ErrorReply(400, "the body must be a JSON object describing the fault");
+    }
+    // The service is named, or follows from the command.
+    std::string service = JsonString(fault.get(), "service").value_or("");
+    if (service.empty()) {
+        const std::optional<long long> command = JsonInt(fault.get(), "command");
+        if (JsonString(fault.get(), "kind").value_or("") == "down") {
+            service = "control";
+        } else if (!command) {
+            return ErrorReply(400, "a fault names its \"command\" or its \"service\" (\"isp\" or \"control\")");
+        } else {
+            service = *command >= kFirstControlCommand ? "control" : "isp";
+        }
+    }
+    if (service != "isp" && service != "control") {
+        return ErrorReply(400, "\"service\" must be \"isp\" or \"control\"");
+    }
+    Json request = Request("faults.arm");
+    json_object_object_add(request.get(), "fault", json_object_get(fault.get()));
+    HttpReply reply = Relay(service == "isp" ? *parts.isp : *parts.control, request.get(), 400);
+    if (reply.status == 200) {
+        json_object_object_add(fault.get(), "service", json_object_new_string(service.c_str()));
+        reply = JsonReply(201, fault.get());
+    }
+    return reply;
+}
+
+HttpReply Faults(HostParts& parts)
+{
+    Json o(json_object_new_object());
+    json_object_object_add(o.get(), "isp", parts.isp->Call(Request("faults").get()).release());
+    json_object_object_add(o.get(), "control", parts.control->Call(Request("faults").get()).release());
+    return JsonReply(200, o.get());
+}
+
+HttpReply Both(HostParts& parts, const char* op)
+{
+    for (LinkClient* link : {parts.isp, parts.control}) {
+        Json reply = link->Call(Request(op).get());
+        if (const std::optional<std::string> error = JsonString(reply.get(), "error")) {
+            return ErrorReply(502, *error);
+        }
+    }
+    return JsonReply(200, JsonOk().get());
+}
+
+}  // namespace
+
+HttpReply HandleSimRoute(HostParts& parts, const std::string& method, const std::string& path,
+                         const std::string& body)
+{
+    const std::vector<std::string> p = Split(path);
+    const bool get = method == "GET";
+    const bool put = method == "PUT";
+    auto wrongMethod = [&](const char* allow) {
+        HttpReply reply = ErrorReply(405, "/_sim/" + path + " takes " + allow + ", not " + method);
+        reply.allow = allow;
+        return reply;
+    };
+    if (p.size() == 3 && p[0] == "isp") {
+        const std::optional<long long> command = Number(p[1]);
+        const std::optional<long long> channel = Number(p[2]);
+        if (!command || !channel) {
+            return ErrorReply(404, "use /_sim/isp/<command>/<channel> with decimal numbers");
+        }
+        return get || put ? Block(*parts.isp, method, *command, channel, body) : wrongMethod("GET, PUT");
+    }
+    if (p.size() == 2 && p[0] == "control") {
+        const std::optional<long long> code = Number(p[1]);
+        if (!code) {
+            return ErrorReply(404, "use /_sim/control/<code> with a decimal number");
+        }
+        return get || put ? Block(*parts.control, method, *code, std::nullopt, body) : wrongMethod("GET, PUT");
+    }
+    if (path == "journal") {
+        return get ? MergedJournal(parts) : wrongMethod("GET");
+    }
+    if (path == "log") {
+        return get ? JsonReply(200, parts.log->Lines().get()) : wrongMethod("GET");
+    }
+    if (path == "faults") {
+        if (method == "POST") {
+            return ArmFault(parts, body);
+        }
+        if (method == "DELETE") {
+            return Both(parts, "faults.clear");
+        }
+        return get ? Faults(parts) : wrongMethod("GET, POST, DELETE");
+    }
+    if (path == "reset") {
+        if (method != "POST") {
+            return wrongMethod("POST");
+        }
+        parts.log->Clear();
+        return Both(parts, "reset");
+    }
+    return ErrorReply(404, "no inspection route /_sim/" + path);
+}
+
+}  // namespace devhost
