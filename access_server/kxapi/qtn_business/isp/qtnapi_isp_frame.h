@@ -219,10 +219,10 @@ public:
     template <class... Values>
     void OpLog(const char* english, const char* chinese, Values... values) const
     {
-        for (int channel : {KXAPI_OPLOG_PRIMARY, KXAPI_OPLOG_SECONDARY}) {
-            VW_WriteLanguageLog(channel, KXAPI_LOG_MODULE, english, chinese, m_header->szOpUser, m_header->szOpAddr,
-                                m_header->ullOpPort, values...);
-        }
+        VW_WriteLanguageLog(KXAPI_OPLOG_PRIMARY, KXAPI_LOG_MODULE, english, chinese, m_header->szOpUser,
+                            m_header->szOpAddr, m_header->ullOpPort, values...);
+        VW_WriteLanguageLog(KXAPI_OPLOG_SECONDARY, KXAPI_LOG_MODULE, english, chinese, m_header->szOpUser,
+                            m_header->szOpAddr, m_header->ullOpPort, values...);
     }
 
 private:
