@@ -49,7 +49,7 @@ const IspOpTexts kBacklightTexts = {
 
 // Enters the outcome of the reset or write in the operation log and answers
 // with its result.
-int Finish(const IspStage& stage, const IspOpTexts& texts, bool ok)
+[[gnu::always_inline]] inline int Finish(const IspStage& stage, const IspOpTexts& texts, bool ok)
 {
     LogOutcome(stage, texts, ok);
     return ok ? VW_SUCCESS : VW_ERR_PARAM;
