@@ -2,6 +2,8 @@
 #include "null_platform.h"
 
 #include <fcntl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <cstdarg>
 #include <cstdlib>
@@ -18,6 +20,8 @@ namespace {
 
 __thread uint64_t t_allocs;
 __thread uint64_t t_reallocs;
+
+bool g_fixedRandom;
 
 // ---- ISP service: one constant block per command ----
 
@@ -103,6 +107,8 @@ Content Payload(int code)
 
 AllocCount Allocations() { return {t_allocs, t_reallocs}; }
 
+void FixRandomBytes() { g_fixedRandom = true; }
+
 Request::Request(const char* method, const char* url, const char* body)
 {
     std::strncpy(header.szMethod, method, sizeof(header.szMethod) - 1);
@@ -154,6 +160,17 @@ void* realloc(void* block, size_t size) noexcept
 {
     ++bench::t_reallocs;
     return __libc_realloc(block, size);
+}
+
+// ---- Random bytes: the kernel's, or a constant once fixed ----
+
+__attribute__((visibility("default"))) ssize_t getrandom(void* buf, size_t size, unsigned flags)
+{
+    if (bench::g_fixedRandom) {
+        std::memset(buf, 0x5a, size);
+        return static_cast<ssize_t>(size);
+    }
+    return syscall(SYS_getrandom, buf, size, flags);
 }
 
 // ---- The service node: open and close of it do nothing ----

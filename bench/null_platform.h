@@ -28,6 +28,12 @@ struct AllocCount {
 };
 AllocCount Allocations();
 
+/* From the next call on, the process's random bytes (json-c takes its hash
+ * seed from them once, at its first hashed key) are a constant, so that
+ * the keys of a JSON object land in the same buckets in every run and an
+ * instruction count repeats exactly. */
+void FixRandomBytes();
+
 /* The host records of one request, reused from request to request. */
 struct Request {
     tagHTTP_HEADER_S header{};
