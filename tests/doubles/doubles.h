@@ -32,6 +32,9 @@ void FailNth(Call call, int n, int code = 34);
 /* Number of calls of `call` since the last ResetFaults(). */
 int CallCount(Call call);
 void ResetFaults();
+/* From now until ResetFaults(), every block from malloc comes filled with
+ * `pattern`, so that a block that goes out as allocated shows. */
+void FillAllocations(uint8_t pattern);
 
 /* ---- Captured log ------------------------------------------------------- */
 
@@ -52,6 +55,8 @@ struct OpLog {
 std::vector<Diag>& Diags();
 std::vector<OpLog>& OpLogs();
 void ClearLogs();
+/* Every diagnostic since the process started; ClearLogs() keeps them. */
+std::vector<Diag> AllDiags();
 /* The formats of the captured diagnostics, in order. */
 std::vector<std::string> DiagFormats();
 

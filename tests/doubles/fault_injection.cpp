@@ -36,6 +36,7 @@ struct Arm {
 };
 
 std::array<Arm, kCalls> g_arms;
+std::atomic<int> g_fill{-1};
 
 Arm& ArmOf(Call call) { return g_arms[static_cast<size_t>(call)]; }
 
@@ -68,7 +69,10 @@ void ResetFaults()
         arm.failAt = 0;
         arm.code = 0;
     }
+    g_fill = -1;
 }
+
+void FillAllocations(uint8_t pattern) { g_fill = pattern; }
 
 }  // namespace doubles
 
@@ -78,7 +82,9 @@ extern "C" {
 
 void* __wrap_malloc(size_t size)
 {
-    return doubles::Trips(Call::Malloc) ? nullptr : __real_malloc(size);
+    void* block = doubles::Trips(Call::Malloc) ? nullptr : __real_malloc(size);
+    const int fill = doubles::g_fill;
+    return block != nullptr && fill >= 0 ? std::memset(block, fill, size) : block;
 }
 
 void* __wrap_calloc(size_t n, size_t size)

@@ -12,6 +12,7 @@ namespace {
 
 std::mutex g_lock;
 std::vector<Diag> g_diags;
+std::vector<Diag> g_allDiags;
 std::vector<OpLog> g_oplogs;
 
 std::string Format(const char* format, va_list ap)
@@ -31,6 +32,12 @@ void ClearLogs()
     std::lock_guard<std::mutex> hold(g_lock);
     g_diags.clear();
     g_oplogs.clear();
+}
+
+std::vector<Diag> AllDiags()
+{
+    std::lock_guard<std::mutex> hold(g_lock);
+    return g_allDiags;
 }
 
 std::vector<std::string> DiagFormats()
@@ -54,6 +61,7 @@ extern "C" void VW_WriteLog(int module, int level, int debugFlag, int reserved, 
     doubles::Diag d{module, level, debugFlag, reserved, file, line, format, doubles::Format(format, ap)};
     va_end(ap);
     std::lock_guard<std::mutex> hold(doubles::g_lock);
+    doubles::g_allDiags.push_back(d);
     doubles::g_diags.push_back(std::move(d));
 }
 

@@ -67,7 +67,7 @@ _Rec Sample()
     _Rec r{};
     r.on = true;
     r.i = -3;
-    r.u = 4294967295u;
+    r.u = 4294967294u;
     std::strcpy(r.name, "cam");
     r.pt = {1, -1};
     r.pts[0] = {2, 3};
@@ -100,7 +100,7 @@ protected:
 TEST_F(MemberCodec, EncodesEveryTypeInTableOrder)
 {
     EXPECT_EQ(Encoded(Sample()),
-              R"({ "on": true, "i": -3, "u": 4294967295, "name": "cam", "pt": { "x": 1, "y": -1 }, )"
+              R"({ "on": true, "i": -3, "u": 4294967294, "name": "cam", "pt": { "x": 1, "y": -1 }, )"
               R"("pts": [ { "x": 2, "y": 3 }, { "x": 4, "y": 5 } ], "big": -9000000000, "d": 0.25, )"
               R"("clock": "24:00", "when": "1970-01-01 00:00:00" })");
 }
@@ -120,11 +120,13 @@ TEST_F(MemberCodec, GroupsNestMembersOfOneRecord)
     EXPECT_EQ(json_decode(R"({"outer": {"b": "x"}})", nullptr, f), -1);
 }
 
+// Each case: the body, the result, and what it changes in the sample record
+// (the whole record is compared through its encoding).
 struct DecodeCase {
     const char* name;
     const char* json;
     int rc;
-    std::function<void(const _Rec&)> check;
+    std::function<void(_Rec&)> change;
     friend void PrintTo(const DecodeCase& c, std::ostream* os) { *os << c.name; }
 };
 
@@ -132,89 +134,56 @@ class Decode : public MemberCodec, public testing::WithParamInterface<DecodeCase
 
 TEST_P(Decode, MergesByTheConversionRules)
 {
-    _Rec r = Sample();
+    _Rec r = Sample(), expected = Sample();
     EXPECT_EQ(json_decode(GetParam().json, nullptr, r), GetParam().rc);
-    GetParam().check(r);
+    GetParam().change(expected);
+    EXPECT_EQ(Encoded(r), Encoded(expected));
+    EXPECT_EQ(reinterpret_cast<const unsigned char&>(r.on), r.on ? 1 : 0);  // a bool is stored as 0 or 1
 }
 
-void Unchanged(const _Rec& r)
-{
-    const _Rec s = Sample();
-    EXPECT_EQ(std::memcmp(&r, &s, sizeof(r)), 0);
-}
+void Unchanged(_Rec&) {}
 
 INSTANTIATE_TEST_SUITE_P(
     Rules, Decode,
     testing::Values(
-        DecodeCase{"EmptyObject", "{}", 0, Unchanged},
-        DecodeCase{"TopLevelArray", "[1,2]", 0, Unchanged},
-        DecodeCase{"TopLevelNumber", "5", 0, Unchanged},
-        DecodeCase{"NullText", "null", -1, Unchanged},
+        DecodeCase{"EmptyObject", "{}", 0, Unchanged}, DecodeCase{"TopLevelArray", "[1,2]", 0, Unchanged},
+        DecodeCase{"TopLevelNumber", "5", 0, Unchanged}, DecodeCase{"NullText", "null", -1, Unchanged},
+        DecodeCase{"NoText", nullptr, -1, Unchanged},
         DecodeCase{"Malformed", "{\"u\":", -1, Unchanged},
         DecodeCase{"NullValuesCountAsAbsent", R"({"u": null, "pt": null, "pts": null, "name": null})", 0, Unchanged},
         DecodeCase{"UnknownKeysIgnored", R"({"zz": "text"})", 0, Unchanged},
-        DecodeCase{"UnsignedMinusOneKeepsLowBits", R"({"u": -1})", 0,
-                   [](const _Rec& r) { EXPECT_EQ(r.u, 4294967295u); }},
-        DecodeCase{"UnsignedNegativeFloatGivesZero", R"({"u": -1.0})", 0, [](const _Rec& r) { EXPECT_EQ(r.u, 0u); }},
-        DecodeCase{"UnsignedWrapsPast32Bits", R"({"u": 4294967301})", 0, [](const _Rec& r) { EXPECT_EQ(r.u, 5u); }},
-        DecodeCase{"UnsignedFloatTruncates", R"({"u": 7.9})", 0, [](const _Rec& r) { EXPECT_EQ(r.u, 7u); }},
-        DecodeCase{"UnsignedFloatSaturates", R"({"u": 1e12})", 0,
-                   [](const _Rec& r) { EXPECT_EQ(r.u, 4294967295u); }},
-        DecodeCase{"UnsignedTrueIsOne", R"({"u": true})", 0, [](const _Rec& r) { EXPECT_EQ(r.u, 1u); }},
-        DecodeCase{"IntFloatTowardZero", R"({"i": -2.5})", 0, [](const _Rec& r) { EXPECT_EQ(r.i, -2); }},
-        DecodeCase{"IntFloatSaturatesLow", R"({"i": -1e12})", 0, [](const _Rec& r) { EXPECT_EQ(r.i, INT32_MIN); }},
-        DecodeCase{"IntFloatSaturatesHigh", R"({"i": 3e9})", 0, [](const _Rec& r) { EXPECT_EQ(r.i, INT32_MAX); }},
-        DecodeCase{"IntKeepsLowBits", R"({"i": 4294967295})", 0, [](const _Rec& r) { EXPECT_EQ(r.i, -1); }},
-        DecodeCase{"BoolFromNumbers", R"({"on": 0.0})", 0, [](const _Rec& r) { EXPECT_FALSE(r.on); }},
-        DecodeCase{"BoolFromInteger", R"({"on": 2})", 0,
-                   [](const _Rec& r) {
-                       EXPECT_TRUE(r.on);
-                       EXPECT_EQ(reinterpret_cast<const unsigned char&>(r.on), 1);
-                   }},
-        DecodeCase{"StringForNumberFailsAfterEarlierMembers", R"({"i": 8, "u": "7"})", -1,
-                   [](const _Rec& r) {
-                       EXPECT_EQ(r.i, 8);
-                       EXPECT_EQ(r.u, 4294967295u);
-                   }},
-        DecodeCase{"ObjectForNumberFails", R"({"u": {}})", -1, [](const _Rec&) {}},
-        DecodeCase{"ArrayForBoolFails", R"({"on": []})", -1, [](const _Rec&) {}},
-        DecodeCase{"TextThatFits", R"({"name": "1234567"})", 0,
-                   [](const _Rec& r) { EXPECT_STREQ(r.name, "1234567"); }},
-        DecodeCase{"TextTooLong", R"({"name": "12345678"})", -1, [](const _Rec& r) { EXPECT_STREQ(r.name, "cam"); }},
-        DecodeCase{"NumberForTextFails", R"({"name": 5})", -1, [](const _Rec&) {}},
-        DecodeCase{"RecordMerges", R"({"pt": {"y": 9}})", 0,
-                   [](const _Rec& r) {
-                       EXPECT_EQ(r.pt.x, 1u);
-                       EXPECT_EQ(r.pt.y, 9);
-                   }},
+        DecodeCase{"UnsignedMinusOneKeepsLowBits", R"({"u": -1})", 0, [](_Rec& r) { r.u = 4294967295u; }},
+        DecodeCase{"UnsignedNegativeFloatGivesZero", R"({"u": -1.0})", 0, [](_Rec& r) { r.u = 0; }},
+        DecodeCase{"UnsignedWrapsPast32Bits", R"({"u": 4294967301})", 0, [](_Rec& r) { r.u = 5; }},
+        DecodeCase{"UnsignedFloatTruncates", R"({"u": 7.9})", 0, [](_Rec& r) { r.u = 7; }},
+        DecodeCase{"UnsignedFloatSaturates", R"({"u": 1e12})", 0, [](_Rec& r) { r.u = 4294967295u; }},
+        DecodeCase{"UnsignedTrueIsOne", R"({"u": true})", 0, [](_Rec& r) { r.u = 1; }},
+        DecodeCase{"IntFloatTowardZero", R"({"i": -2.5})", 0, [](_Rec& r) { r.i = -2; }},
+        DecodeCase{"IntFloatSaturatesLow", R"({"i": -1e12})", 0, [](_Rec& r) { r.i = INT32_MIN; }},
+        DecodeCase{"IntFloatSaturatesHigh", R"({"i": 3e9})", 0, [](_Rec& r) { r.i = INT32_MAX; }},
+        DecodeCase{"IntKeepsLowBits", R"({"i": 4294967295})", 0, [](_Rec& r) { r.i = -1; }},
+        DecodeCase{"BoolFromNumbers", R"({"on": 0.0})", 0, [](_Rec& r) { r.on = false; }},
+        DecodeCase{"BoolFromInteger", R"({"on": 2})", 0, Unchanged},
+        DecodeCase{"StringForNumberFailsAfterEarlierMembers", R"({"i": 8, "u": "7"})", -1, [](_Rec& r) { r.i = 8; }},
+        DecodeCase{"ObjectForNumberFails", R"({"u": {}})", -1, Unchanged},
+        DecodeCase{"ArrayForBoolFails", R"({"on": []})", -1, Unchanged},
+        DecodeCase{"TextThatFits", R"({"name": "1234567"})", 0, [](_Rec& r) { std::strcpy(r.name, "1234567"); }},
+        DecodeCase{"TextTooLong", R"({"name": "12345678"})", -1, Unchanged},
+        DecodeCase{"NumberForTextFails", R"({"name": 5})", -1, Unchanged},
+        DecodeCase{"RecordMerges", R"({"pt": {"y": 9}})", 0, [](_Rec& r) { r.pt.y = 9; }},
         DecodeCase{"RecordGivenAsNumberIsLeft", R"({"pt": 5})", 0, Unchanged},
         DecodeCase{"ArrayLongerUsesFirstN", R"({"pts": [{"x": 7}, {"y": 8}, {"x": 99}]})", 0,
-                   [](const _Rec& r) {
-                       EXPECT_EQ(r.pts[0].x, 7u);
-                       EXPECT_EQ(r.pts[0].y, 3);
-                       EXPECT_EQ(r.pts[1].y, 8);
-                   }},
-        DecodeCase{"ArrayShorterKeepsRest", R"({"pts": [{"x": 7}]})", 0,
-                   [](const _Rec& r) {
-                       EXPECT_EQ(r.pts[0].x, 7u);
-                       EXPECT_EQ(r.pts[1].x, 4u);
-                   }},
-        DecodeCase{"ArrayElementBadTypeFails", R"({"pts": [{"x": "a"}]})", -1, [](const _Rec&) {}},
-        DecodeCase{"NonArrayForArrayFails", R"({"pts": {}})", -1, [](const _Rec&) {}},
-        DecodeCase{"ClockText", R"({"clock": "7:05"})", 0, [](const _Rec& r) { EXPECT_EQ(r.clock, 425); }},
-        DecodeCase{"ClockEndOfDay", R"({"clock": "24:00"})", 0, [](const _Rec& r) { EXPECT_EQ(r.clock, 1440); }},
-        DecodeCase{"ClockTrailingJunk", R"({"clock": "07:05x"})", -1, [](const _Rec&) {}},
-        DecodeCase{"ClockNumberAsKindZero", R"({"clock": 90})", 0, [](const _Rec& r) { EXPECT_EQ(r.clock, 90); }},
-        DecodeCase{"DateTimeText", R"({"when": "1970-01-02 00:00:01"})", 0,
-                   [](const _Rec& r) { EXPECT_EQ(r.when, 86401); }},
-        DecodeCase{"DateTimeBadText", R"({"when": "1970-01-02"})", -1, [](const _Rec&) {}}),
+                   [](_Rec& r) { r.pts[0].x = 7, r.pts[1].y = 8; }},
+        DecodeCase{"ArrayShorterKeepsRest", R"({"pts": [{"x": 7}]})", 0, [](_Rec& r) { r.pts[0].x = 7; }},
+        DecodeCase{"ArrayElementBadTypeFails", R"({"pts": [{"x": "a"}]})", -1, Unchanged},
+        DecodeCase{"NonArrayForArrayFails", R"({"pts": {}})", -1, Unchanged},
+        DecodeCase{"ClockText", R"({"clock": "7:05"})", 0, [](_Rec& r) { r.clock = 425; }},
+        DecodeCase{"ClockEndOfDay", R"({"clock": "24:00"})", 0, Unchanged},
+        DecodeCase{"ClockTrailingJunk", R"({"clock": "07:05x"})", -1, Unchanged},
+        DecodeCase{"ClockNumberAsKindZero", R"({"clock": 90})", 0, [](_Rec& r) { r.clock = 90; }},
+        DecodeCase{"DateTimeText", R"({"when": "1970-01-02 00:00:01"})", 0, [](_Rec& r) { r.when = 86401; }},
+        DecodeCase{"DateTimeBadText", R"({"when": "1970-01-02"})", -1, Unchanged}),
     [](const testing::TestParamInfo<DecodeCase>& info) { return std::string(info.param.name); });
-
-TEST_F(MemberCodec, NullTextIsRefused)
-{
-    _Rec r = Sample();
-    EXPECT_EQ(json_decode(nullptr, nullptr, r), -1);
-}
 
 TEST_F(MemberCodec, EncodeArrayOfNoItemsIsEmpty)
 {

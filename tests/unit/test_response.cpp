@@ -106,13 +106,4 @@ TEST_F(ResponseTemplate, EncoderFailureIsReportedAndNothingWritten)
     }
 }
 
-TEST_F(ResponseTemplate, NullArgumentsNameAllThree)
-{
-    Request req;
-    EXPECT_EQ(FormatCommonResponse<_FakeRatio>(nullptr, 0, &req.ctx, &req.buf), -1);
-    ASSERT_EQ(doubles::Diags().size(), 1u);
-    EXPECT_EQ(doubles::Diags()[0].format, "[KXAPI]:%s: invalid param, pstHeader[%p] pstCtInt[%p] pstBuf[%p]");
-    EXPECT_EQ(doubles::Diags()[0].level, 3);
-}
-
 }  // namespace

@@ -1,14 +1,13 @@
 // What every exported stage does the same way: a null pointer argument is
-// refused with its kind's text, before anything else happens.
+// refused with its kind's text, before anything else happens; a record that
+// an earlier stage should have hung is missing.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "doubles.h"
-#include "qtnapi_isp_focus.h"
-#include "qtnapi_isp_maint.h"
-#include "qtnapi_isp_thermal.h"
-#include "qtnapi_isp_tuning.h"
+#include "world.h"
 
 namespace {
 
@@ -115,5 +114,59 @@ INSTANTIATE_TEST_SUITE_P(AllStages, StageContract, testing::ValuesIn(kStages),
                          [](const testing::TestParamInfo<ContractCase>& info) {
                              return std::string(info.param.stage.name);
                          });
+
+std::vector<ContractCase> FormatStages()
+{
+    std::vector<ContractCase> stages;
+    std::copy_if(std::begin(kStages), std::end(kStages), std::back_inserter(stages),
+                 [](const ContractCase& c) { return c.stage.format != nullptr; });
+    return stages;
+}
+
+class FormatWithoutRecord : public StageContract {};
+
+// No record on the context: a FormatGet stage answers result 0 with the
+// envelope and no entry (a failed result with its failure entry and -1); a
+// FormatPut stage answers -1 and writes nothing.
+TEST_P(FormatWithoutRecord, GetAnswersTheEnvelopePutNothing)
+{
+    const AnyStage& stage = GetParam().stage;
+    const bool get = std::string(stage.name).rfind("FormatGet", 0) == 0;
+    const bool logs = get && stage.format != FormatGetIspIaasFakeRatio;
+    for (int result : {0, 4}) {
+        doubles::ResetAll();
+        Request req("PUT", world::kUrl);
+        const bool envelope = get && (result == 0 || !logs);
+        EXPECT_EQ(doubles::Invoke(stage, req, result), envelope ? 0 : -1) << result;
+        EXPECT_EQ(req.Response(), envelope ? world::Envelope(world::kUrl, result, result ? "Invalid Content" : "OK") : "");
+        EXPECT_EQ(doubles::OpLogs().size(), logs && result != 0 ? 2u : 0u) << result;
+        EXPECT_TRUE(doubles::Diags().empty());
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(FormatStages, FormatWithoutRecord, testing::ValuesIn(FormatStages()),
+                         [](const testing::TestParamInfo<ContractCase>& info) {
+                             return std::string(info.param.stage.name);
+                         });
+
+// Parse needs the current settings, RunPut the request record: without it,
+// "null point" and 1, and nothing is sent.
+TEST(MissingRecord, StopsTheStageThatNeedsIt)
+{
+    const AnyStage stages[] = {STAGE(parse, ParsePutIspIaasAwb),         STAGE(parse, ParsePutIspIaasExtreColor),
+                               STAGE(parse, ParsePutIspIaasAfPlanePoint), STAGE(parse, ParsePutIspIaasThermal),
+                               STAGE(run, RunPutIspIaasAwb),              STAGE(run, RunPutIspIaasExtreColor),
+                               STAGE(run, RunPutIspIaasAfPlanePoint),     STAGE(run, RunPutIspIaasThermal),
+                               STAGE(run, RunPutIspIaasAEExpLock)};
+    for (const AnyStage& stage : stages) {
+        doubles::ResetAll();
+        Request req("PUT", world::kUrl, "{}");
+        EXPECT_EQ(doubles::Invoke(stage, req), 1) << stage.name;
+        EXPECT_EQ(doubles::DiagFormats(), std::vector<std::string>{"[KXAPI]:null point"}) << stage.name;
+        EXPECT_EQ(doubles::Isp().opens, 0);
+        EXPECT_TRUE(doubles::Control().sent.empty());
+        EXPECT_TRUE(req.Slot(0) == nullptr && req.Slot(1) == nullptr && req.Slot(2) == nullptr);
+    }
+}
 
 }  // namespace
