@@ -84,24 +84,6 @@ void* IspStage::RequiredSlot(KxapiSlot slot, IspWhere where) const
     return record;
 }
 
-bool IspStage::Zero(void* dest, size_t size, IspWhere where) const
-{
-    if (memset_s(dest, size, 0, size) != EOK) {
-        ISP_LOG_AT(KXAPI_LOG_ERROR, where, "[KXAPI]:%s: memset_s failed", m_name);
-        return false;
-    }
-    return true;
-}
-
-bool IspStage::Copy(void* dest, size_t destMax, const void* src, size_t count, IspWhere where) const
-{
-    if (memcpy_s(dest, destMax, src, count) != EOK) {
-        ISP_LOG_AT(KXAPI_LOG_ERROR, where, "[KXAPI]:%s: memcpy_s failed", m_name);
-        return false;
-    }
-    return true;
-}
-
 void IspStage::ReportFailure(const char* failure, IspWhere where) const
 {
     ISP_LOG_AT(KXAPI_LOG_ERROR, where, failure, m_name);

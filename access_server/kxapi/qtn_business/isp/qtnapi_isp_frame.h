@@ -135,9 +135,15 @@ public:
 
     /* Zero-fills a record or a block whose contents decide the result; false
      * after the "memset_s failed" diagnostic. */
-    bool Zero(void* dest, size_t size, IspWhere where = IspWhere::current()) const;
+    bool Zero(void* dest, size_t size, IspWhere where = IspWhere::current()) const
+    {
+        return Served(memset_s(dest, size, 0, size) == EOK, "[KXAPI]:%s: memset_s failed", where);
+    }
     /* Copies into a record; false after the "memcpy_s failed" diagnostic. */
-    bool Copy(void* dest, size_t destMax, const void* src, size_t count, IspWhere where = IspWhere::current()) const;
+    bool Copy(void* dest, size_t destMax, const void* src, size_t count, IspWhere where = IspWhere::current()) const
+    {
+        return Served(memcpy_s(dest, destMax, src, count) == EOK, "[KXAPI]:%s: memcpy_s failed", where);
+    }
 
     /* Reads or writes an ISP service block; false after the stage's
      * "GetIspSrvData failed" or "SetIspSrvData failed" diagnostic. */
