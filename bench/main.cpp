@@ -5,7 +5,8 @@
 //   ispiaas-bench --floor-ratio      CPU time per request of module and floor, their ratio
 //                                    per case, and the worst ratio last
 //   ispiaas-bench --allocs           heap allocations per request, module and floor
-//   ispiaas-bench --threads          requests per second on two threads against one
+//   ispiaas-bench --threads [floor]  requests per second on two threads against one, of the
+//                                    module's requests or of their floors
 //   ispiaas-bench --callgrind N      N requests per case and side between callgrind
 //                                    dumps (run by scripts/bench-callgrind)
 //   ispiaas-bench --smoke            every case once; fails when a module's result or
@@ -167,7 +168,7 @@ struct Run {
     double cores;
 };
 
-Run Throughput(const Case& c, int threads, int perThread)
+Run Throughput(const Case& c, Side side, int threads, int perThread)
 {
     std::atomic<int> ready{0};
     std::atomic<bool> go{false};
@@ -176,13 +177,13 @@ Run Throughput(const Case& c, int threads, int perThread)
     for (int t = 0; t < threads; ++t) {
         workers.emplace_back([&, t] {
             Request r(c.method, c.url, c.body);
-            RunOnce(c, Side::Module, r);
+            RunOnce(c, side, r);
             ready++;
             while (!go.load()) {
             }
             const double start = CpuNow();
             for (int n = 0; n < perThread; ++n) {
-                RunOnce(c, Side::Module, r);
+                RunOnce(c, side, r);
             }
             cpu[static_cast<size_t>(t)] = CpuNow() - start;
         });
@@ -204,7 +205,7 @@ Run Throughput(const Case& c, int threads, int perThread)
     return {threads * static_cast<double>(perThread) / seconds, cpuSum / threads / perThread, cpuSum / 1e9 / seconds};
 }
 
-int Threads()
+int Threads(Side side)
 {
     double worst = 1e300;
     double worstCpu = 1e300;
@@ -214,12 +215,12 @@ int Threads()
     for (size_t i = 0; i < kCaseCount; ++i) {
         const Case& c = kCases[i];
         // About a tenth of a second per run; the best of five runs each.
-        const int perThread = std::max(1000, static_cast<int>(Throughput(c, 1, 1000).perSecond / 10));
+        const int perThread = std::max(1000, static_cast<int>(Throughput(c, side, 1, 1000).perSecond / 10));
         Run one = {0, 1e300, 0};
         Run two = {0, 1e300, 0};
         for (int round = 0; round < 5; ++round) {
             for (auto [threads, best] : {std::pair{1, &one}, std::pair{2, &two}}) {
-                const Run run = Throughput(c, threads, perThread);
+                const Run run = Throughput(c, side, threads, perThread);
                 if (run.perSecond > best->perSecond) {
                     best->perSecond = run.perSecond;
                     best->cores = run.cores;
@@ -311,7 +312,7 @@ int main(int argc, char** argv)
             return Allocs();
         }
         if (mode == "--threads") {
-            return Threads();
+            return Threads(argc >= 3 && std::string(argv[2]) == "floor" ? Side::Floor : Side::Module);
         }
         if (mode == "--callgrind") {
             return Callgrind(argc >= 3 ? std::atoi(argv[2]) : 200);
