@@ -159,9 +159,10 @@ int Allocs()
 // `threads` threads, each with its own request records, each making
 // `perThread` requests from a common start: requests per second of wall
 // time, CPU nanoseconds per request averaged over the threads, and the cores
-// the threads got (their CPU time over the wall time). The CPU time shows
-// whether the threads slow each other down even when the machine has no
-// free core to run them side by side; the cores show whether it had one.
+// the threads got (their CPU time over the wall time). A CPU time that rises
+// with the second thread shows the threads slowing each other down; the
+// cores show whether they ran side by side at all, without which neither
+// figure says much.
 struct Run {
     double perSecond;
     double cpuPerRequest;
