@@ -174,6 +174,11 @@ HttpReply HandleSimRoute(HostParts& parts, const std::string& method, const std:
         }
         return get || put ? Block(*parts.control, method, *code, std::nullopt, body) : wrongMethod("GET, PUT");
     }
+    if (path == "constant") {
+        // A fixed body that asks nothing of the simulators or the module: what
+        // the HTTP front alone costs a request (scripts/bench-e2e's baseline).
+        return get || put ? HttpReply{200, "{\"constant\": true}\n", ""} : wrongMethod("GET, PUT");
+    }
     if (path == "journal") {
         return get ? MergedJournal(parts) : wrongMethod("GET");
     }

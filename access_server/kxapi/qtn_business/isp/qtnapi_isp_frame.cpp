@@ -4,11 +4,8 @@
 #include <string>
 
 
-bool IspArgsMissing(IspArgs kind, const void* a, const void* b, const void* c, IspWhere where)
+bool IspArgsReport(IspArgs kind, const void* a, const void* b, const void* c, IspWhere where)
 {
-    if (a != nullptr && b != nullptr && c != nullptr) {
-        return false;
-    }
     switch (kind) {
         case IspArgs::Parse:
             ISP_LOG_AT(KXAPI_LOG_ERROR, where, "[KXAPI]:Invalid param, pstHeader[%p] pstHttpContent[%p] pstCtIn[%p]", a,
@@ -87,52 +84,9 @@ void* IspStage::RequiredSlot(KxapiSlot slot, IspWhere where) const
     return record;
 }
 
-bool IspStage::Zero(void* dest, size_t size, IspWhere where) const
+void IspStage::ReportFailure(const char* failure, IspWhere where) const
 {
-    if (memset_s(dest, size, 0, size) != EOK) {
-        ISP_LOG_AT(KXAPI_LOG_ERROR, where, "[KXAPI]:%s: memset_s failed", m_name);
-        return false;
-    }
-    return true;
-}
-
-bool IspStage::Copy(void* dest, size_t destMax, const void* src, size_t count, IspWhere where) const
-{
-    if (memcpy_s(dest, destMax, src, count) != EOK) {
-        ISP_LOG_AT(KXAPI_LOG_ERROR, where, "[KXAPI]:%s: memcpy_s failed", m_name);
-        return false;
-    }
-    return true;
-}
-
-bool IspStage::Served(bool served, const char* failure, IspWhere where) const
-{
-    if (!served) {
-        ISP_LOG_AT(KXAPI_LOG_ERROR, where, failure, m_name);
-    }
-    return served;
-}
-
-bool IspStage::SrvGet(unsigned command, uint32_t channel, void* block, unsigned size, IspWhere where) const
-{
-    return Served(GetIspSrvData(command, channel, block, size) == 0, "[KXAPI]:%s: GetIspSrvData failed", where);
-}
-
-bool IspStage::SrvSet(unsigned command, uint32_t channel, void* block, unsigned size, IspWhere where) const
-{
-    return Served(SetIspSrvData(command, channel, block, size) == 0, "[KXAPI]:%s: SetIspSrvData failed", where);
-}
-
-bool IspStage::SrvCreate(unsigned command, uint32_t channel, void* record, unsigned size, IspWhere where) const
-{
-    return Served(CreateIspSrvData(command, channel, record, size) == 0, "[KXAPI]:%s: CreateIspSrvData failed",
-                  where);
-}
-
-bool IspStage::SrvReset(unsigned command, uint8_t op, const uint32_t* channel, IspNewText newText,
-                        IspWhere where) const
-{
-    return Served(ResetIspSrvData(command, op, channel, newText) == 0, "[KXAPI]:%s: ResetIspSrvData failed", where);
+    ISP_LOG_AT(KXAPI_LOG_ERROR, where, failure, m_name);
 }
 
 int IspReadCurrent(const IspStage& stage, unsigned command, uint32_t channel, unsigned size,

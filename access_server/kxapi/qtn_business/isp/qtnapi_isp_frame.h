@@ -28,8 +28,16 @@ enum class IspArgs {
     RunPst,  /* pstHeader pstClient pstCtIn */
 };
 
-/* True, after the kind's "Invalid param" diagnostic, when any pointer is null. */
-bool IspArgsMissing(IspArgs kind, const void* a, const void* b, const void* c, IspWhere where = IspWhere::current());
+/* Writes the kind's "Invalid param" diagnostic; true. */
+bool IspArgsReport(IspArgs kind, const void* a, const void* b, const void* c, IspWhere where);
+
+/* True, after the kind's "Invalid param" diagnostic, when any pointer is null.
+ * Inline, so that a stage pays three comparisons when nothing is missing. */
+inline bool IspArgsMissing(IspArgs kind, const void* a, const void* b, const void* c,
+                           IspWhere where = IspWhere::current())
+{
+    return (a == nullptr || b == nullptr || c == nullptr) && IspArgsReport(kind, a, b, c, where);
+}
 
 /* Which ChannelId values a stage accepts. */
 enum class IspChannelRule {
@@ -127,22 +135,42 @@ public:
 
     /* Zero-fills a record or a block whose contents decide the result; false
      * after the "memset_s failed" diagnostic. */
-    bool Zero(void* dest, size_t size, IspWhere where = IspWhere::current()) const;
+    bool Zero(void* dest, size_t size, IspWhere where = IspWhere::current()) const
+    {
+        return Served(memset_s(dest, size, 0, size) == EOK, "[KXAPI]:%s: memset_s failed", where);
+    }
     /* Copies into a record; false after the "memcpy_s failed" diagnostic. */
-    bool Copy(void* dest, size_t destMax, const void* src, size_t count, IspWhere where = IspWhere::current()) const;
+    bool Copy(void* dest, size_t destMax, const void* src, size_t count, IspWhere where = IspWhere::current()) const
+    {
+        return Served(memcpy_s(dest, destMax, src, count) == EOK, "[KXAPI]:%s: memcpy_s failed", where);
+    }
 
     /* Reads or writes an ISP service block; false after the stage's
      * "GetIspSrvData failed" or "SetIspSrvData failed" diagnostic. */
     bool SrvGet(unsigned command, uint32_t channel, void* block, unsigned size,
-                IspWhere where = IspWhere::current()) const;
+                IspWhere where = IspWhere::current()) const
+    {
+        return Served(GetIspSrvData(command, channel, block, size) == 0, "[KXAPI]:%s: GetIspSrvData failed", where);
+    }
     bool SrvSet(unsigned command, uint32_t channel, void* block, unsigned size,
-                IspWhere where = IspWhere::current()) const;
+                IspWhere where = IspWhere::current()) const
+    {
+        return Served(SetIspSrvData(command, channel, block, size) == 0, "[KXAPI]:%s: SetIspSrvData failed", where);
+    }
     /* The create and reset exchanges; false after the stage's
      * "CreateIspSrvData failed" or "ResetIspSrvData failed" diagnostic. */
     bool SrvCreate(unsigned command, uint32_t channel, void* record, unsigned size,
-                   IspWhere where = IspWhere::current()) const;
+                   IspWhere where = IspWhere::current()) const
+    {
+        return Served(CreateIspSrvData(command, channel, record, size) == 0, "[KXAPI]:%s: CreateIspSrvData failed",
+                      where);
+    }
     bool SrvReset(unsigned command, uint8_t op, const uint32_t* channel, IspNewText newText,
-                  IspWhere where = IspWhere::current()) const;
+                  IspWhere where = IspWhere::current()) const
+    {
+        return Served(ResetIspSrvData(command, op, channel, newText) == 0, "[KXAPI]:%s: ResetIspSrvData failed",
+                      where);
+    }
 
     /* Sends the command in `cmd` and writes the trace line; the reply's
      * Result, or nothing after the "Send SynUnixMsg" diagnostic when the
@@ -197,17 +225,24 @@ public:
     template <class... Values>
     void OpLog(const char* english, const char* chinese, Values... values) const
     {
-        for (int channel : {KXAPI_OPLOG_PRIMARY, KXAPI_OPLOG_SECONDARY}) {
-            VW_WriteLanguageLog(channel, KXAPI_LOG_MODULE, english, chinese, m_header->szOpUser, m_header->szOpAddr,
-                                m_header->ullOpPort, values...);
-        }
+        VW_WriteLanguageLog(KXAPI_OPLOG_PRIMARY, KXAPI_LOG_MODULE, english, chinese, m_header->szOpUser,
+                            m_header->szOpAddr, m_header->ullOpPort, values...);
+        VW_WriteLanguageLog(KXAPI_OPLOG_SECONDARY, KXAPI_LOG_MODULE, english, chinese, m_header->szOpUser,
+                            m_header->szOpAddr, m_header->ullOpPort, values...);
     }
 
 private:
     void* AllocBytes(size_t size, IspWhere where) const;
     void* CallocBytes(size_t size, IspWhere where) const;
     /* `served` as it is, after the failure text (with the stage's name) when false. */
-    bool Served(bool served, const char* failure, IspWhere where) const;
+    bool Served(bool served, const char* failure, IspWhere where) const
+    {
+        if (!served) {
+            ReportFailure(failure, where);
+        }
+        return served;
+    }
+    void ReportFailure(const char* failure, IspWhere where) const;
     void* RequiredSlot(KxapiSlot slot, IspWhere where) const;
 
     const char* m_name;

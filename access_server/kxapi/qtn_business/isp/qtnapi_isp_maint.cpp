@@ -42,18 +42,14 @@ const IspOpTexts kBacklightTexts = {
 };
 
 // The entry of the reset or write itself, success or failure.
-void LogOutcome(const IspStage& stage, const IspOpTexts& texts, bool ok)
+[[gnu::always_inline]] inline void LogOutcome(const IspStage& stage, const IspOpTexts& texts, bool ok)
 {
-    if (ok) {
-        stage.OpLog(texts.okEn, texts.okCn);
-    } else {
-        stage.OpLog(texts.failEn, texts.failCn);
-    }
+    stage.OpLog(ok ? texts.okEn : texts.failEn, ok ? texts.okCn : texts.failCn);
 }
 
 // Enters the outcome of the reset or write in the operation log and answers
 // with its result.
-int Finish(const IspStage& stage, const IspOpTexts& texts, bool ok)
+[[gnu::always_inline]] inline int Finish(const IspStage& stage, const IspOpTexts& texts, bool ok)
 {
     LogOutcome(stage, texts, ok);
     return ok ? VW_SUCCESS : VW_ERR_PARAM;

@@ -106,23 +106,3 @@ int IspSrvExchange(const IspExchange& x)
     close(fd);
     return rc;
 }
-
-int GetIspSrvData(unsigned command, uint32_t channel, void* block, unsigned size)
-{
-    return IspSrvExchange({ISP_OP_READ, command, &channel, block, size, true, IspNewText::MessageNew});
-}
-
-int SetIspSrvData(unsigned command, uint32_t channel, void* block, unsigned size)
-{
-    return IspSrvExchange({ISP_OP_WRITE, command, &channel, block, size, true, IspNewText::SendMsg});
-}
-
-int CreateIspSrvData(unsigned command, uint32_t channel, void* record, unsigned size)
-{
-    return IspSrvExchange({ISP_OP_CREATE, command, &channel, record, size, false, IspNewText::SendMsg});
-}
-
-int ResetIspSrvData(unsigned command, uint8_t op, const uint32_t* channel, IspNewText newText)
-{
-    return IspSrvExchange({op, command, channel, nullptr, 0, false, newText});
-}

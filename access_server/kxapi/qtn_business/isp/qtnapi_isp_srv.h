@@ -59,14 +59,27 @@ struct IspExchange {
  * that failed. */
 int IspSrvExchange(const IspExchange& exchange);
 
-/* Read and write exchanges of a parameter block (timed). */
-int GetIspSrvData(unsigned command, uint32_t channel, void* block, unsigned size);
-int SetIspSrvData(unsigned command, uint32_t channel, void* block, unsigned size);
+/* Read and write exchanges of a parameter block (timed). Inline, like the
+ * two below, so that a stage calls the exchange itself. */
+inline int GetIspSrvData(unsigned command, uint32_t channel, void* block, unsigned size)
+{
+    return IspSrvExchange({ISP_OP_READ, command, &channel, block, size, true, IspNewText::MessageNew});
+}
+inline int SetIspSrvData(unsigned command, uint32_t channel, void* block, unsigned size)
+{
+    return IspSrvExchange({ISP_OP_WRITE, command, &channel, block, size, true, IspNewText::SendMsg});
+}
 /* Create exchange: the record goes out as the content and the reply's
  * content of the same size comes back into it (untimed). */
-int CreateIspSrvData(unsigned command, uint32_t channel, void* record, unsigned size);
+inline int CreateIspSrvData(unsigned command, uint32_t channel, void* record, unsigned size)
+{
+    return IspSrvExchange({ISP_OP_CREATE, command, &channel, record, size, false, IspNewText::SendMsg});
+}
 /* Reset exchange: no content either way (untimed); `channel` null sends no
  * channel key. */
-int ResetIspSrvData(unsigned command, uint8_t op, const uint32_t* channel, IspNewText newText);
+inline int ResetIspSrvData(unsigned command, uint8_t op, const uint32_t* channel, IspNewText newText)
+{
+    return IspSrvExchange({op, command, channel, nullptr, 0, false, newText});
+}
 
 #endif /* QTNAPI_ISP_SRV_H */
