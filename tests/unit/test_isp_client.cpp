@@ -141,15 +141,9 @@ TEST_F(IspClient, StatusFailureStillLeavesTheContentInTheBlock)
     EXPECT_EQ(block[3], 9);
 }
 
-TEST_F(IspClient, UntimedExchangeWithoutContentOrChannel)
+// An untimed exchange names a failed receive without the time-out's values.
+TEST_F(IspClient, UntimedReceiveFailure)
 {
-    // A reset carries no content and no channel key and waits without bound.
-    ASSERT_EQ(IspSrvExchange({ISP_OP_WRITE, 27, nullptr, nullptr, 0, false, IspNewText::SendMsg}), 0);
-    ASSERT_EQ(Isp().requests.size(), 1u);
-    EXPECT_FALSE(Isp().requests[0].hasChannel);
-    EXPECT_TRUE(Isp().requests[0].content.empty());
-    EXPECT_FALSE(Isp().requests[0].timed);
-
     Isp().failStep = SrvStep::Recv;
     EXPECT_EQ(IspSrvExchange({ISP_OP_RESET, 25, nullptr, nullptr, 0, false, IspNewText::MessageNew}), -1);
     ASSERT_EQ(doubles::Diags().size(), 1u);

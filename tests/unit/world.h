@@ -40,6 +40,15 @@ inline const Flow kResetFog{.run = RunPutIspIaasResetFogAdapt};
 inline const Flow kResetSpeed{.run = RunPutIspIaasResetSpeedAdapt};
 inline const Flow kResetBacklight{.run = RunPutIspIaasResetBackLightAdapt};
 
+// Every request of every resource, in the order above.
+inline const std::pair<const char*, Flow> kEveryRequest[] = {
+    {"FakeRatio", kFakeRatio},   {"Capability", kCapability},     {"AfStatus", kAfStatus},
+    {"AfPlaneGet", kAfPlaneGet}, {"AfPlanePut", kAfPlanePut},     {"AwbGet", kAwbGet},
+    {"AwbPut", kAwbPut},         {"ExtreGet", kExtreGet},         {"ExtrePut", kExtrePut},
+    {"Lock", kLock},             {"ThermalGet", kThermalGet},     {"ThermalPut", kThermalPut},
+    {"Restore", kRestore},       {"ResetThermal", kResetThermal}, {"ResetFog", kResetFog},
+    {"ResetSpeed", kResetSpeed}, {"ResetBacklight", kResetBacklight}};
+
 // The operation-log identity of every request.
 inline const std::string kWho = "admin[192.0.2.7:1099511627783] ";
 
