@@ -86,6 +86,10 @@ TEST_P(Exchanges, OfEachRequest)
     std::vector<std::string> service, commands, traces;
     for (const auto& r : Isp().requests) {
         service.push_back(Shown(r));
+        // The library's own top bit survives; the reserved byte goes out zero.
+        EXPECT_EQ(r.opTopBit, 0x80) << Shown(r);
+        EXPECT_EQ(r.reserved, 0) << Shown(r);
+        EXPECT_EQ(r.timeout, r.timed ? 15000 : -1) << Shown(r);
     }
     for (const auto& [channel, query] : Control().abilityQueries) {
         commands.push_back("ability " + std::to_string(channel) + "/" + std::to_string(query));
@@ -192,6 +196,16 @@ Arm SrvFails(doubles::SrvStep step = doubles::SrvStep::Recv)
 {
     return [=](Request&) { Isp().failStep = step; };
 }
+// The service answers every request with `status` and `extra` bytes more
+// (or, negative, fewer) than were sent.
+Arm Answers(uint16_t status, int extra)
+{
+    return [=](Request&) {
+        Isp().answer = [=](const doubles::SrvRequest& r) {
+            return doubles::SrvReply{status, std::vector<uint8_t>(r.content.size() + extra, 7)};
+        };
+    };
+}
 Arm Unsent(int code)
 {
     return [=](Request&) { Control().unsent = {code}; };
@@ -212,14 +226,16 @@ struct FailureCase {
 const char* const kMalloc = "[KXAPI]:{}: malloc fail, response for req[PUT /isp?ChannelId=102]";
 const char* const kMemset = "[KXAPI]:{}: memset_s failed";
 const char* const kMemcpy = "[KXAPI]:{}: memcpy_s failed";
-const char* const kGet = "[KXAPI]:{}: GetIspSrvData failed";
-const char* const kSet = "[KXAPI]:{}: SetIspSrvData failed";
+#define kGet "[KXAPI]:{}: GetIspSrvData failed"
+#define kSet "[KXAPI]:{}: SetIspSrvData failed"
+#define kReset "[KXAPI]:{}: ResetIspSrvData failed"
+#define kReadRecv "[KXAPI]:wiro_message_recvfd_timeout failed,fd:9000,err:5,ret:-1\n|"
 #define kScratch "[KXAPI]:[memset_s] expect Ret 0, actual Ret 34."
 #define kHttpReq "httpReq[PUT /isp?ChannelId=102] "
 
 #define READ_FAILURES(flow, fn, blockFill)                                                    \
     {flow, STAGE(run, fn), Fail(Call::Malloc), 18, kMalloc}, {flow, STAGE(run, fn), Fail(Call::MemsetS), 1, kMemset}, \
-    {flow, STAGE(run, fn), Fail(Call::MemsetS, blockFill), 1, kMemset}, {flow, STAGE(run, fn), SrvFails(), 1, kGet}
+    {flow, STAGE(run, fn), Fail(Call::MemsetS, blockFill), 1, kMemset}, {flow, STAGE(run, fn), SrvFails(), 1, kReadRecv kGet}
 #define COMMAND_FAILURES(flow, kind, fn, code, next)                                                        \
     {flow, STAGE(kind, fn), Refused(code, 5), 5, "[KXAPI]:{}: " kHttpReq "sendCmd[" #code "] recvMsg[" #next "] Result[5]"}, \
     {flow, STAGE(kind, fn), Unsent(code), 1, "[KXAPI]:Send SynUnixMsg for Getting cmd[" #code "] failed"},     \
@@ -254,7 +270,30 @@ const FailureCase kFailures[] = {
     // The copy into the zero-filled record counts as a scratch copy.
     {kAfPlanePut, STAGE(parse, ParsePutIspIaasAfPlanePoint), Fail(Call::MemcpyS, 1, 54), 0,
      "[KXAPI]:[memcpy_s] expect Ret 0, actual Ret 54."},
-    {kAfPlanePut, STAGE(run, RunPutIspIaasAfPlanePoint), SrvFails(), 1, kSet},
+    // Each step of the service exchange: a read, a write, and an untimed reset.
+    {kFakeRatio, STAGE(run, RunGetIspIaasFakeRatio), SrvFails(doubles::SrvStep::Open), 1,
+     "[KXAPI]:open /mnt/srvfs/isp.iaas.qtn srv fail, Error: 2, No such file or directory\n|" kGet},
+    {kFakeRatio, STAGE(run, RunGetIspIaasFakeRatio), SrvFails(doubles::SrvStep::New), 1,
+     "[KXAPI]:wiro_message_new failed \n|" kGet},
+    {kFakeRatio, STAGE(run, RunGetIspIaasFakeRatio), SrvFails(doubles::SrvStep::HeaderSet), 1,
+     "[KXAPI]:wiro_header_set failed \n|" kGet},
+    {kFakeRatio, STAGE(run, RunGetIspIaasFakeRatio), SrvFails(doubles::SrvStep::Send), 1,
+     "[KXAPI]:wiro_message_sendfd_timeout failed,fd:9000,err:5,ret:-1\n|" kGet},
+    {kFakeRatio, STAGE(run, RunGetIspIaasFakeRatio), Answers(200, -1), 1, "[KXAPI]:wiro_content_copy failed \n|" kGet},
+    {kFakeRatio, STAGE(run, RunGetIspIaasFakeRatio), Answers(404, 0), 1, "[KXAPI]:wiro_code failed \n|" kGet},
+    {kAfPlanePut, STAGE(run, RunPutIspIaasAfPlanePoint), SrvFails(doubles::SrvStep::New), 1,
+     "[KXAPI]:new send msg failed \n|" kSet},
+    {kAfPlanePut, STAGE(run, RunPutIspIaasAfPlanePoint), SrvFails(doubles::SrvStep::ContentAdd), 1,
+     "[KXAPI]:wiro_content_append failed \n|" kSet},
+    {kAfPlanePut, STAGE(run, RunPutIspIaasAfPlanePoint), SrvFails(doubles::SrvStep::Send), 1,
+     "[KXAPI]:wiro_message_sendfd_timeout failed,fd:9001,err:5,ret:-1 \n|" kSet},
+    {kAfPlanePut, STAGE(run, RunPutIspIaasAfPlanePoint), SrvFails(), 1,
+     "[KXAPI]:wiro_message_recvfd_timeout failed,fd:9001,err:5,ret:-1 \n|" kSet},
+    {kAfPlanePut, STAGE(run, RunPutIspIaasAfPlanePoint), Answers(200, 1), 1, "[KXAPI]:wiro_content_copy failed \n|" kSet},
+    {kAfPlanePut, STAGE(run, RunPutIspIaasAfPlanePoint), Answers(0, 0), 1, "[KXAPI]:wiro_code failed \n|" kSet},
+    {kRestore, STAGE(run, RunPutIspIaasRestoreDefaultParams), SrvFails(doubles::SrvStep::Send), 1,
+     "[KXAPI]:wiro_message_sendfd failed \n|" kReset},
+    {kRestore, STAGE(run, RunPutIspIaasRestoreDefaultParams), SrvFails(), 1, "[KXAPI]:wiro_message_recvfd failed \n|" kReset},
     {kLock, STAGE(parse, ParsePutIspIaasAEExpLock), Fail(Call::Calloc), 18,
      "[KXAPI]:{}: calloc fail, response for req[PUT /isp?ChannelId=102]"},
     {kLock, STAGE(run, RunPutIspIaasAEExpLock), SrvFails(), 1, "[KXAPI]:{}: CreateIspSrvData failed"},
@@ -288,9 +327,9 @@ const FailureCase kFailures[] = {
     {kResetBacklight, STAGE(run, RunPutIspIaasResetBackLightAdapt), Fail(Call::MemsetS, 3), 1, kMemset},
     // The two resets name a failed message creation differently.
     {kRestore, STAGE(run, RunPutIspIaasRestoreDefaultParams), SrvFails(doubles::SrvStep::New), 1,
-     "[KXAPI]:new send msg failed \n|[KXAPI]:{}: ResetIspSrvData failed"},
+     "[KXAPI]:new send msg failed \n|" kReset},
     {kResetThermal, STAGE(run, RunPutIspIaasResetThermal), SrvFails(doubles::SrvStep::New), 1,
-     "[KXAPI]:wiro_message_new failed \n|[KXAPI]:{}: ResetIspSrvData failed"},
+     "[KXAPI]:wiro_message_new failed \n|" kReset},
 };
 
 // Each failure ends its stage with its result and diagnostic, leaves every
