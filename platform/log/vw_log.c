@@ -71,7 +71,6 @@ static void format_text(char* buf, const char* format, va_list ap)
 void VW_WriteLog(int module, int level, int debugFlag, int reserved, const char* file, int line, const char* format,
                  ...)
 {
-    (void)reserved;
     char text[VW_LOG_LINE_MAX];
     va_list ap;
     va_start(ap, format);
@@ -88,6 +87,8 @@ void VW_WriteLog(int module, int level, int debugFlag, int reserved, const char*
         .file = file,
         .line = line,
         .text = text,
+        .reserved = reserved,
+        .format = format,
     };
     emit(&stLine);
 }
@@ -116,9 +117,12 @@ void VW_WriteLanguageLog(int channel, int module, const char* formatEn, const ch
         .file = NULL,
         .line = 0,
         .text = textEn,
+        .reserved = 0,
+        .format = formatEn,
     };
     emit(&stLine);
     stLine.lang = VW_LOG_LANG_CN;
     stLine.text = textCn;
+    stLine.format = formatCn;
     emit(&stLine);
 }

