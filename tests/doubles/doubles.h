@@ -196,7 +196,7 @@ struct Request {
 
 /* A stage of any kind. */
 struct AnyStage {
-    const char* name;
+    const char* name = nullptr;
     KxapiParseStage parse = nullptr;
     KxapiPreProcStage preProc = nullptr;
     KxapiRunStage run = nullptr;
