@@ -44,16 +44,20 @@ INSTANTIATE_TEST_SUITE_P(
                     NumberCase{"UnsignedLongLongBitsAsSigned", [] { return cJSON_CreateNumber(ULLONG_MAX); }, "-1"}),
     [](const testing::TestParamInfo<NumberCase>& info) { return std::string(info.param.name); });
 
-TEST(CJsonObject, AddAndLookUp)
+TEST(CJsonObject, AddLookUpAndAppendInOrder)
 {
     json_object* object = cJSON_CreateObject();
+    json_object* array = cJSON_CreateArray();
+    cJSON_AddItemToArray(array, cJSON_CreateNumber(1));
+    cJSON_AddItemToArray(array, cJSON_CreateString("b"));
     cJSON_AddItemToObject(object, "a", cJSON_CreateString("x"));
     cJSON_AddItemToObject(object, "n", cJSON_CreateNull());
+    cJSON_AddItemToObject(object, "l", array);
     EXPECT_STREQ(json_object_get_string(cJSON_GetObjectItem(object, "a")), "x");
     // A JSON null and a missing key look the same.
     EXPECT_EQ(cJSON_GetObjectItem(object, "n"), nullptr);
     EXPECT_EQ(cJSON_GetObjectItem(object, "missing"), nullptr);
-    EXPECT_EQ(Printed(object), R"({ "a": "x", "n": null })");
+    EXPECT_EQ(Printed(object), R"({ "a": "x", "n": null, "l": [ 1, "b" ] })");
 }
 
 TEST(CJsonObject, NullKeyOrObjectLeavesItemWithCaller)
@@ -81,14 +85,6 @@ TEST(CJsonLookup, NonObjectsAndNonArraysYieldNothing)
     EXPECT_EQ(cJSON_GetArrayItem(number, 0), nullptr);
     cJSON_Delete(array);
     cJSON_Delete(number);
-}
-
-TEST(CJsonArray, AppendsInOrder)
-{
-    json_object* array = cJSON_CreateArray();
-    cJSON_AddItemToArray(array, cJSON_CreateNumber(1));
-    cJSON_AddItemToArray(array, cJSON_CreateString("b"));
-    EXPECT_EQ(Printed(array), R"([ 1, "b" ])");
 }
 
 TEST(CJsonParse, MalformedAndNullTextsGiveNothing)

@@ -193,19 +193,6 @@ TEST_F(MemberCodec, EncodeArrayOfNoItemsIsEmpty)
     cJSON_Delete(array);
 }
 
-// Every failing step of the text contract gives null and leaks nothing.
-TEST_F(MemberCodec, TextContractFailuresGiveNull)
-{
-    const struct {
-        doubles::Call call;
-    } failures[] = {{doubles::Call::Malloc}, {doubles::Call::MemsetS}, {doubles::Call::StrncpyS}};
-    for (const auto& f : failures) {
-        doubles::ResetFaults();
-        doubles::FailNth(f.call, 1);
-        EXPECT_EQ(json_encode(Sample()), nullptr) << static_cast<int>(f.call);
-    }
-}
-
 TEST_F(MemberCodec, DecodeTextCopyFailureRefuses)
 {
     _Rec r = Sample();
