@@ -67,7 +67,6 @@ std::vector<std::string> DiagFormats();
 enum class SrvStep { None, Open, New, HeaderSet, ContentAdd, Send, Recv };
 
 struct SrvRequest {
-    int fd;
     uint8_t op;       /* low 7 bits of the operation byte */
     uint8_t opTopBit; /* top bit as the module left it */
     uint8_t reserved; /* header byte 2 */
@@ -86,9 +85,9 @@ struct SrvReply {
 
 class ScriptedIsp {
 public:
-    /* Fails the given step of the next exchange(s) with errno `err`. */
+    /* Fails the given step of the next exchange(s): with ENOENT to open the
+     * node, EIO to send or receive. */
     SrvStep failStep = SrvStep::None;
-    int failErrno = 0;
     /* Optional replacement of the service's answer; the default keeps one
      * block per command and channel: a read answers the stored block (zeros
      * of the request's size when none is stored), a write stores the request
@@ -103,14 +102,6 @@ public:
 
     void Reset();
     SrvReply Serve(const SrvRequest& request);
-
-    template <class T>
-    void Store(uint16_t command, uint32_t channel, const T& block)
-    {
-        auto& b = blocks[{command, channel}];
-        b.resize(sizeof(T));
-        std::memcpy(b.data(), &block, sizeof(T));
-    }
 };
 
 ScriptedIsp& Isp();

@@ -97,7 +97,7 @@ static int OpenIspNode()
     const auto hold = doubles::LockIsp();
     auto& isp = doubles::Isp();
     if (isp.failStep == doubles::SrvStep::Open) {
-        errno = isp.failErrno != 0 ? isp.failErrno : ENOENT;
+        errno = ENOENT;
         return -1;
     }
     return doubles::kFirstFakeFd + isp.opens++;

@@ -27,11 +27,11 @@ bool Fails(SrvStep step)
     if (g_isp.failStep != step) {
         return false;
     }
-    errno = g_isp.failErrno != 0 ? g_isp.failErrno : EIO;
+    errno = EIO;
     return true;
 }
 
-int Send(wiro_message_t* msg, int fd, bool timed, int timeout)
+int Send(wiro_message_t* msg, bool timed, int timeout)
 {
     const auto hold = LockIsp();
     if (Fails(SrvStep::Send)) {
@@ -39,8 +39,7 @@ int Send(wiro_message_t* msg, int fd, bool timed, int timeout)
     }
     Draft* d = DraftOf(msg);
     const wiro_header_t* h = msg->header;
-    d->sent = SrvRequest{fd,
-                         static_cast<uint8_t>(h->op & WIRO_OP_MASK),
+    d->sent = SrvRequest{static_cast<uint8_t>(h->op & WIRO_OP_MASK),
                          static_cast<uint8_t>(h->op & WIRO_OP_REPLY),
                          h->reserved,
                          h->command,
@@ -224,10 +223,10 @@ int wiro_content_copy(const wiro_message_t* msg, void* buf, size_t size)
     return static_cast<int>(content.size());
 }
 
-int wiro_message_sendfd(wiro_message_t* msg, int fd) { return doubles::Send(msg, fd, false, -1); }
-int wiro_message_sendfd_timeout(wiro_message_t* msg, int fd, int timeout_ms)
+int wiro_message_sendfd(wiro_message_t* msg, int /*fd*/) { return doubles::Send(msg, false, -1); }
+int wiro_message_sendfd_timeout(wiro_message_t* msg, int /*fd*/, int timeout_ms)
 {
-    return doubles::Send(msg, fd, true, timeout_ms);
+    return doubles::Send(msg, true, timeout_ms);
 }
 int wiro_message_recvfd(wiro_message_t* msg, int /*fd*/) { return doubles::Receive(msg, false); }
 int wiro_message_recvfd_timeout(wiro_message_t* msg, int /*fd*/, int /*timeout_ms*/)
