@@ -44,18 +44,6 @@ ThermalWords Words(const _ThermalInfo& info)
 
 // ---- Thermal settings ----
 
-TEST_F(Resource, ThermalBlockMappingsMoveColorBarAndDropTheReservedWord)
-{
-    _ThermalInfo info;
-    ThermalFromBlock(ThermalBlock(kThermal).data(), info);
-    EXPECT_EQ(Words(info), kThermal);
-    std::vector<uint8_t> block(THERMAL_BLOCK_SIZE, 0xa5);
-    ThermalToBlock(info, block.data());
-    std::vector<uint8_t> expected = ThermalBlock(kThermal);
-    PutAt<uint32_t>(expected, 96, 0);
-    EXPECT_EQ(block, expected);
-}
-
 // Each key lands in its word by the conversion rules; groups that are no
 // objects, nulls and unknown keys change nothing.
 TEST_F(Resource, ThermalBodyMergesEachKeyIntoItsWord)
