@@ -6,16 +6,12 @@
 #include <cstring>
 
 #include "fuzz_host.h"
+#include "kxapi_common.h"
 #include "sim_frames.h"
-
-namespace {
-
-constexpr size_t kCommandLen = VW_SYN_REQUEST_HEAD + VW_CMD_BODY_LEN;
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
+    constexpr size_t kCommandLen = VW_SYN_REQUEST_HEAD + VW_CMD_BODY_LEN;
     const FuzzStream stream(data, size);
     stream.End();
     size_t at = 0;

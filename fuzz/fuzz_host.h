@@ -1,7 +1,6 @@
 /*
- * What the fuzz targets share: the host records of one request whose body is
- * the fuzzer's input, a stream socket whose peer has sent the input, and a
- * log that formats every line and keeps none.
+ * What the socket targets share: a stream socket whose peer has sent the
+ * fuzzer's input.
  */
 #ifndef FUZZ_HOST_H
 #define FUZZ_HOST_H
@@ -11,36 +10,6 @@
 
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
-#include <string>
-
-#include "kxapi_common.h"
-#include "vw_log.h"
-
-struct FuzzRequest {
-    tagHTTP_HEADER_S header{};
-    tagHTTP_CONTENT_S content{};
-    tagHTTP_CNTENT_INTER_S ctx{};
-    std::string body;
-
-    FuzzRequest(const uint8_t* data, size_t size) : body(reinterpret_cast<const char*>(data), size)
-    {
-        std::strcpy(header.szMethod, "PUT");
-        std::strcpy(header.szUrl, "/isp?ChannelId=102");
-        std::strcpy(header.szOpUser, "fuzz");
-        std::strcpy(header.szOpAddr, "192.0.2.1");
-        content.pcBody = body.data();
-        content.ulContentLen = body.size();
-    }
-    ~FuzzRequest()
-    {
-        for (void* slot : ctx.apvSlot) {
-            std::free(slot);
-        }
-    }
-    FuzzRequest(const FuzzRequest&) = delete;
-    FuzzRequest& operator=(const FuzzRequest&) = delete;
-};
 
 /* One end of a stream socket pair; the other has written the input, which
  * fits the socket's buffer (each target's -max_len keeps it small). */
@@ -68,11 +37,5 @@ public:
 private:
     int ends_[2] = {-1, -1};
 };
-
-/* The platform log formats each line as usual and hands it to this sink. */
-inline void FuzzQuietLog()
-{
-    VW_SetLogSink([](const VW_LOG_LINE_S*, void*) {}, nullptr);
-}
 
 #endif /* FUZZ_HOST_H */

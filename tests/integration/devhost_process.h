@@ -2,7 +2,6 @@
 #ifndef TESTS_DEVHOST_PROCESS_H
 #define TESTS_DEVHOST_PROCESS_H
 
-#include <json-c/json.h>
 #include <sys/types.h>
 
 #include <cstdio>
@@ -15,38 +14,29 @@ struct HttpResult {
     std::string body;
 };
 
-// One request with "Connection: close"; the body is sent when not empty.
-HttpResult HttpRequest(unsigned short port, const std::string& method, const std::string& target,
-                       const std::string& body = "");
-
-struct JsonDeleter {
-    void operator()(json_object* o) const { json_object_put(o); }
-};
-using JsonPtr = std::unique_ptr<json_object, JsonDeleter>;
-
-JsonPtr ParseJson(const std::string& text);
-// The value at a dot-separated path ("a.b.0.c") as compact JSON text, or
-// "<missing>".
-std::string JsonAt(json_object* root, const std::string& path);
+// The value at a JSON pointer ("/a/0/b") of a JSON text, as compact JSON
+// text, or "<missing>".
+std::string JsonAt(const std::string& json, const std::string& pointer);
+// The entries of the array at `pointer` of a JSON text, each as its values at
+// the pointers `fields` joined by spaces; entries that lack one are left out.
+std::vector<std::string> JsonRows(const std::string& json, const std::string& pointer,
+                                  const std::vector<std::string>& fields);
 
 class DevhostProcess {
 public:
-    // Starts the built host with a free port and its log in a file of its
-    // own, plus `extraArgs`. Waits until it serves or has ended.
-    explicit DevhostProcess(const std::vector<std::string>& extraArgs = {});
-    ~DevhostProcess();
+    // Starts the built host on a free port with its log thrown away, plus
+    // `args`. Waits until it serves or has ended.
+    explicit DevhostProcess(std::vector<const char*> args = {});
+    ~DevhostProcess() { Stop(); }
 
     bool Serving() const { return port_ != 0; }
     // When not serving: how it ended and what it said.
     int ExitStatus() const { return exitStatus_; }
     const std::string& Output() const { return output_; }
 
-    unsigned short Port() const { return port_; }
     pid_t Pid() const { return pid_; }
-    HttpResult Request(const std::string& method, const std::string& target, const std::string& body = "") const
-    {
-        return HttpRequest(port_, method, target, body);
-    }
+    // One request with "Connection: close" and the body's Content-Length.
+    HttpResult Request(const std::string& method, const std::string& target, const std::string& body = "") const;
     // SIGTERM, then the exit status.
     int Stop();
 
@@ -55,8 +45,8 @@ private:
     unsigned short port_ = 0;
     int exitStatus_ = -1;
     std::string output_;
-    std::string logPath_;
-    FILE* outputPipe_ = nullptr;
+    // Open until the end, so that later output finds a reader.
+    std::unique_ptr<FILE, void (*)(FILE*)> outputPipe_{nullptr, [](FILE* f) { std::fclose(f); }};
 };
 
 // The exit status with which the host says that the machine has no FUSE.
