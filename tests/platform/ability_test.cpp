@@ -2,50 +2,41 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <vector>
 
 #include "ability.h"
 
 namespace {
 
-ABILITY_RANGE_S RangeAt(const DEVICE_ABILITY_S& a, int which)
+// GetDeviceAbility's result for the input words, and the record's ranges as begin, end pairs in record order.
+std::vector<int64_t> Ranges(uint32_t channel, uint32_t query, int rc = 0)
 {
-    ABILITY_RANGE_S r;
-    std::memcpy(&r, reinterpret_cast<const uint8_t*>(&a) + DEVICE_ABILITY_RANGES_OFFSET + which * sizeof(r),
-                sizeof(r));
+    DEVICE_ABILITY_S a{};
+    a.uiChannel = channel;
+    a.uiQuery = query;
+    EXPECT_EQ(rc, GetDeviceAbility(&a));
+    std::vector<int64_t> r(2 * ABILITY_RANGE_COUNT);
+    std::memcpy(r.data(), reinterpret_cast<const uint8_t*>(&a) + DEVICE_ABILITY_RANGES_OFFSET,
+                sizeof(ABILITY_PROFILE_S));
     return r;
 }
 
+const std::vector<int64_t> kDefaults = {0, 100, 0, 100, 0, 100, 0, 100, 0, 100};
+
 TEST(Ability, FillsTheRangesOfTheInstalledProfile)
 {
-    DEVICE_ABILITY_S a{};
-    a.uiChannel = 101;
-    ASSERT_EQ(GetDeviceAbility(&a), 0);
-    EXPECT_EQ(RangeAt(a, ABILITY_RANGE_HUE).llEnd, 100);
-
-    ABILITY_PROFILE_S profile{};
-    for (int i = 0; i < ABILITY_RANGE_COUNT; ++i) {
-        profile.astRange[i] = {-i, 10 * i};
-    }
+    EXPECT_EQ(kDefaults, Ranges(101, 0));
+    const ABILITY_PROFILE_S profile = {{{0, 0}, {-1, 10}, {-2, 20}, {-3, 30}, {-4, 40}}};
     SetDeviceAbilityProfile(&profile);
-    ASSERT_EQ(GetDeviceAbility(&a), 0);
-    for (int i = 0; i < ABILITY_RANGE_COUNT; ++i) {
-        EXPECT_EQ(RangeAt(a, i).llBegin, -i);
-        EXPECT_EQ(RangeAt(a, i).llEnd, 10 * i);
-    }
+    EXPECT_EQ((std::vector<int64_t>{0, 0, -1, 10, -2, 20, -3, 30, -4, 40}), Ranges(102, 0));
     SetDeviceAbilityProfile(nullptr);
-    ASSERT_EQ(GetDeviceAbility(&a), 0);
-    EXPECT_EQ(RangeAt(a, ABILITY_RANGE_SHARPNESS).llEnd, 100) << "defaults restored";
+    EXPECT_EQ(kDefaults, Ranges(101, 0)) << "defaults restored";
 }
 
 TEST(Ability, RefusesBadInputWordsAndLeavesTheRecord)
 {
-    const std::pair<uint32_t, uint32_t> bad[] = {{100, 0}, {0, 0}, {101, 1}};
-    for (const auto& [channel, query] : bad) {
-        DEVICE_ABILITY_S a{};
-        a.uiChannel = channel;
-        a.uiQuery = query;
-        EXPECT_EQ(GetDeviceAbility(&a), -1);
-        EXPECT_EQ(RangeAt(a, ABILITY_RANGE_BRIGHTNESS).llEnd, 0);
+    for (const auto& [channel, query] : {std::pair<uint32_t, uint32_t>{100, 0}, {101, 1}}) {
+        EXPECT_EQ(std::vector<int64_t>(2 * ABILITY_RANGE_COUNT, 0), Ranges(channel, query, -1));
     }
     EXPECT_EQ(GetDeviceAbility(nullptr), -1);
 }

@@ -5,140 +5,95 @@
 #include <string>
 
 #include "kxapi_common.h"
+#include "table.h"
 
 namespace {
 
-tagHTTP_HEADER_S MakeHeader(const std::string& url)
-{
-    tagHTTP_HEADER_S h{};
-    strncpy(h.szUrl, url.c_str(), sizeof(h.szUrl) - 1);
-    return h;
-}
-
-template <class T>
+// Reads ChannelId from the URL that names the row, as an int or as an unsigned.
 struct QueryCase {
-    const char* url;
-    const char* key;
+    const char* name;
+    bool isUnsigned;
     VW_RESULT_TYPE rc;
-    T value;  // expected when rc is 0
+    long long value;  // expected when rc is 0
 };
 
 constexpr int kSentinel = 4242;
 
-const QueryCase<int> kIntCases[] = {
-    {"/isp?ChannelId=101", "ChannelId", VW_SUCCESS, 101},
-    {"/isp?a=1&ChannelId=7&b=2", "ChannelId", VW_SUCCESS, 7},
-    {"/isp?ChannelIdX=5&ChannelId=6", "ChannelId", VW_SUCCESS, 6},
-    {"/isp?ChannelIdX=5", "ChannelId", VW_ERR_QUERY, 0},
-    {"/isp?XChannelId=5", "ChannelId", VW_ERR_QUERY, 0},
-    {"/isp?ChannelId=1&ChannelId=2", "ChannelId", VW_SUCCESS, 1},
-    {"/isp?ChannelId=x&ChannelId=2", "ChannelId", VW_ERR_QUERY, 0},
-    {"/isp?Other=1", "ChannelId", VW_ERR_QUERY, 0},
-    {"/isp/ChannelId=1", "ChannelId", VW_ERR_QUERY, 0},
-    {"/isp?ChannelId=", "ChannelId", VW_ERR_QUERY, 0},
-    {"/isp?ChannelId", "ChannelId", VW_ERR_QUERY, 0},
-    {"/isp?ChannelId=abc", "ChannelId", VW_ERR_QUERY, 0},
-    {"/isp?ChannelId=12abc", "ChannelId", VW_ERR_QUERY, 0},
-    {"/isp?ChannelId=1 ", "ChannelId", VW_ERR_QUERY, 0},
-    {"/isp?ChannelId=+1", "ChannelId", VW_ERR_QUERY, 0},
-    {"/isp?ChannelId=-", "ChannelId", VW_ERR_QUERY, 0},
-    {"/isp?ChannelId=%2D1", "ChannelId", VW_ERR_QUERY, 0},
-    {"/isp?ChannelId=-15", "ChannelId", VW_SUCCESS, -15},
-    {"/isp?ChannelId=007", "ChannelId", VW_SUCCESS, 7},
-    {"/isp?ChannelId=2147483647", "ChannelId", VW_SUCCESS, INT_MAX},
-    {"/isp?ChannelId=2147483648", "ChannelId", VW_ERR_QUERY, 0},
-    {"/isp?ChannelId=-2147483648", "ChannelId", VW_SUCCESS, INT_MIN},
-    {"/isp?ChannelId=-2147483649", "ChannelId", VW_ERR_QUERY, 0},
-    {"/isp?ChannelId=99999999999999999999999", "ChannelId", VW_ERR_QUERY, 0},
-    {"/isp?ChannelId=1", "", VW_ERR_QUERY, 0},
-};
-
-const QueryCase<unsigned> kUintCases[] = {
-    {"/isp?Gain=4294967295", "Gain", VW_SUCCESS, UINT_MAX},
-    {"/isp?Gain=4294967296", "Gain", VW_ERR_QUERY, 0},
-    {"/isp?Gain=0", "Gain", VW_SUCCESS, 0},
-    {"/isp?Gain=-1", "Gain", VW_ERR_QUERY, 0},
-    {"/isp?Gain=-0", "Gain", VW_ERR_QUERY, 0},
-    {"/isp?x=1&Gain=3000000000", "Gain", VW_SUCCESS, 3000000000u},
+const QueryCase kQueryCases[] = {
+    {"/isp?a=1&ChannelId=7&b=2", false, VW_SUCCESS, 7},
+    // Names are matched whole, not as a prefix or a suffix.
+    {"/isp?XChannelId=4&ChannelIdX=5&ChannelId=6", false, VW_SUCCESS, 6},
+    // The first parameter with the name is used, even without a value.
+    {"/isp?ChannelId&ChannelId=5", false, VW_ERR_QUERY, 0},
+    {"/isp?Other=1", false, VW_ERR_QUERY, 0},
+    {"/isp/ChannelId=1", false, VW_ERR_QUERY, 0},
+    {"/isp?ChannelId=", false, VW_ERR_QUERY, 0},
+    {"/isp?ChannelId=12abc", false, VW_ERR_QUERY, 0},
+    {"/isp?ChannelId=+1", false, VW_ERR_QUERY, 0},
+    {"/isp?ChannelId=-", false, VW_ERR_QUERY, 0},
+    {"/isp?ChannelId=%2D1", false, VW_ERR_QUERY, 0},
+    {"/isp?ChannelId=2147483647", false, VW_SUCCESS, INT_MAX},
+    {"/isp?ChannelId=2147483648", false, VW_ERR_QUERY, 0},
+    {"/isp?ChannelId=-2147483648", false, VW_SUCCESS, INT_MIN},
+    {"/isp?ChannelId=-2147483649", false, VW_ERR_QUERY, 0},
+    {"/isp?ChannelId=4294967295", true, VW_SUCCESS, UINT_MAX},
+    {"/isp?ChannelId=4294967296", true, VW_ERR_QUERY, 0},
+    {"/isp?ChannelId=0", true, VW_SUCCESS, 0},
+    {"/isp?ChannelId=-0", true, VW_ERR_QUERY, 0},
 };
 
 template <class T>
-void PrintTo(const QueryCase<T>& c, std::ostream* os)
-{
-    *os << c.key << " in " << c.url;
-}
-
-template <class T>
-void CheckQuery(const QueryCase<T>& c)
-{
-    tagHTTP_HEADER_S h = MakeHeader(c.url);
-    T value = kSentinel;
-    EXPECT_EQ(c.rc, GetURIQueryParamByKey<T>(&h, c.key, &value));
-    EXPECT_EQ(c.rc == VW_SUCCESS ? c.value : T(kSentinel), value);
-}
-
-class IntQueryTest : public testing::TestWithParam<QueryCase<int>> {};
-TEST_P(IntQueryTest, Parse) { CheckQuery(GetParam()); }
-INSTANTIATE_TEST_SUITE_P(Query, IntQueryTest, testing::ValuesIn(kIntCases));
-
-class UintQueryTest : public testing::TestWithParam<QueryCase<unsigned>> {};
-TEST_P(UintQueryTest, Parse) { CheckQuery(GetParam()); }
-INSTANTIATE_TEST_SUITE_P(Query, UintQueryTest, testing::ValuesIn(kUintCases));
-
-TEST(Query, NullPointersAreParamErrors)
-{
-    tagHTTP_HEADER_S h = MakeHeader("/isp?A=1");
-    int v = 0;
-    EXPECT_EQ(VW_ERR_PARAM, GetURIQueryParamByKey<int>(nullptr, "A", &v));
-    EXPECT_EQ(VW_ERR_PARAM, GetURIQueryParamByKey<int>(&h, "A", nullptr));
-}
-
-TEST(Query, UnterminatedUrlIsNotReadPast)
+void CheckQuery(const QueryCase& c)
 {
     tagHTTP_HEADER_S h{};
+    strncpy(h.szUrl, c.name, sizeof(h.szUrl) - 1);
+    T value = kSentinel;
+    EXPECT_EQ(c.rc, GetURIQueryParamByKey<T>(&h, "ChannelId", &value));
+    EXPECT_EQ(c.rc == VW_SUCCESS ? T(c.value) : T(kSentinel), value);
+}
+
+class QueryTest : public testing::TestWithParam<QueryCase> {};
+
+TEST_P(QueryTest, Parse)
+{
+    GetParam().isUnsigned ? CheckQuery<unsigned>(GetParam()) : CheckQuery<int>(GetParam());
+}
+
+INSTANTIATE_TEST_SUITE_P(Query, QueryTest, testing::ValuesIn(kQueryCases));
+
+// Refused without a value: null pointers, an empty key (even where a parameter
+// has an empty name), and a URL field without a terminator, which is not read past.
+TEST(Query, BadArgumentsAndUnterminatedUrl)
+{
+    tagHTTP_HEADER_S h{};
+    strcpy(h.szUrl, "/isp?=1");
+    int v = kSentinel;
+    EXPECT_EQ(VW_ERR_PARAM, GetURIQueryParamByKey<int>(nullptr, "A", &v));
+    EXPECT_EQ(VW_ERR_PARAM, GetURIQueryParamByKey<int>(&h, "A", nullptr));
+    EXPECT_EQ(VW_ERR_QUERY, GetURIQueryParamByKey<int>(&h, "", &v));
     std::string url = "/isp?A=" + std::string(sizeof(h.szUrl) - 7, '1');
     memcpy(h.szUrl, url.data(), sizeof(h.szUrl));
     strcpy(h.szOpUser, "&K=7");  // directly after szUrl
-    int v = kSentinel;
     EXPECT_EQ(VW_ERR_QUERY, GetURIQueryParamByKey<int>(&h, "K", &v));
+    EXPECT_EQ(kSentinel, v);
 }
 
-struct BufCase {
-    const char* before;
-    const char* add;
-    int rc;
-    const char* after;
-};
-
-class Copy2BufTest : public testing::TestWithParam<BufCase> {};
-
-TEST_P(Copy2BufTest, Append)
+// Appends only what fits with its NUL; a refused append writes nothing.
+TEST(Copy2Buf, AppendsWithinCapacity)
 {
-    const BufCase& c = GetParam();
     char storage[9];
     memset(storage, 'x', sizeof(storage));
     tagHTTP_BUF_S buf;
     HTTP_InitBuf(&buf, storage, 8);  // the ninth byte is a guard
-    EXPECT_EQ(0u, buf.ulLength);
-    ASSERT_EQ(int(strlen(c.before)), buf.Copy2Buf(&buf, c.before, strlen(c.before)));
-    EXPECT_EQ(c.rc, buf.Copy2Buf(&buf, c.add, strlen(c.add)));
-    EXPECT_STREQ(c.after, storage);
-    EXPECT_EQ(strlen(c.after), buf.ulLength);
-    EXPECT_EQ('x', storage[8]);
-}
-
-INSTANTIATE_TEST_SUITE_P(Copy2Buf, Copy2BufTest,
-                         testing::Values(BufCase{"", "abc", 3, "abc"}, BufCase{"", "abcdefg", 7, "abcdefg"},
-                                         BufCase{"", "abcdefgh", -1, ""}, BufCase{"abc", "defg", 7, "abcdefg"},
-                                         BufCase{"abc", "defgh", -1, "abc"}, BufCase{"abc", "", 3, "abc"}));
-
-TEST(Copy2Buf, NullPointersRefused)
-{
-    char storage[8];
-    tagHTTP_BUF_S buf;
-    HTTP_InitBuf(&buf, storage, sizeof(storage));
     EXPECT_EQ(-1, buf.Copy2Buf(nullptr, "a", 1));
     EXPECT_EQ(-1, buf.Copy2Buf(&buf, nullptr, 1));
+    EXPECT_EQ(3, buf.Copy2Buf(&buf, "abc", 3));
+    EXPECT_EQ(-1, buf.Copy2Buf(&buf, "defgh", 5));
+    EXPECT_EQ(3, buf.Copy2Buf(&buf, "", 0));
+    EXPECT_STREQ("abc", storage);
+    EXPECT_EQ(7, buf.Copy2Buf(&buf, "defg", 4));
+    EXPECT_EQ(std::string("abcdefg\0x", 9), std::string(storage, 9));
+    EXPECT_EQ(7u, buf.ulLength);
     EXPECT_EQ(VW_DEBUG_OFF, g_enDebugFlag);
 }
 

@@ -4,47 +4,76 @@
 #include <string>
 
 #include "securec.h"
+#include "table.h"
 
 namespace {
 
 constexpr size_t kBuf = 8;
 const std::string kUntouched(kBuf, 'x');
+const char kUnterminated[4] = {'w', 'x', 'y', 'z'};
 
-struct MemCase {
+// kMem runs memcpy_s and memset_s, which share their refusals; kFmt formats src with "%s".
+enum Call { kMem, kStr, kFmt };
+
+struct SecurecCase {
     const char* name;
-    bool nullDest, nullSrc;
+    Call call;
+    const char* src;  // null: a null source
     size_t destMax, count;
-    errno_t rc;
+    int rc;
+    const char* expect;  // kStr, kFmt: the string left in dest; null: dest untouched
+    bool nullDest = false;
 };
 
-// memcpy_s and memset_s share their refusals; a refused call writes nothing.
-class MemTest : public testing::TestWithParam<MemCase> {};
+class SecurecTest : public testing::TestWithParam<SecurecCase> {};
 
-TEST_P(MemTest, CopyAndSet)
+// A refused call writes nothing, apart from the empty string the string calls leave in a usable destination.
+TEST_P(SecurecTest, Call)
 {
-    const MemCase& c = GetParam();
-    const char src[kBuf + 1] = "abcdefgh";
-    char dest[kBuf];
-    memset(dest, 'x', kBuf);
-    EXPECT_EQ(c.rc, memcpy_s(c.nullDest ? nullptr : dest, c.destMax, c.nullSrc ? nullptr : src, c.count));
-    EXPECT_EQ(c.rc ? kUntouched : std::string(src, c.count) + kUntouched.substr(c.count), std::string(dest, kBuf));
-    if (!c.nullSrc) {
-        memset(dest, 'x', kBuf);
-        EXPECT_EQ(c.rc, memset_s(c.nullDest ? nullptr : dest, c.destMax, '0', c.count));
-        EXPECT_EQ(c.rc ? kUntouched : std::string(c.count, '0') + kUntouched.substr(c.count), std::string(dest, kBuf));
+    const SecurecCase& c = GetParam();
+    char buf[kBuf];
+    memset(buf, 'x', kBuf);
+    char* dest = c.nullDest ? nullptr : buf;
+    if (c.call == kMem) {
+        EXPECT_EQ(c.rc, memcpy_s(dest, c.destMax, c.src, c.count));
+        EXPECT_EQ(c.rc ? kUntouched : std::string(c.src, c.count) + kUntouched.substr(c.count), std::string(buf, kBuf));
+        memset(buf, 'x', kBuf);
+        EXPECT_EQ(c.src ? c.rc : EOK, memset_s(dest, c.destMax, '0', c.count));
+        EXPECT_EQ(c.rc && c.src ? kUntouched : std::string(c.count, '0') + kUntouched.substr(c.count),
+                  std::string(buf, kBuf));
+        return;
     }
+    EXPECT_EQ(c.rc, c.call == kStr ? strncpy_s(dest, c.destMax, c.src, c.count)
+                                   : snprintf_s(dest, c.destMax, c.count, "%s", c.src));
+    EXPECT_EQ(c.expect ? std::string(c.expect) : kUntouched, std::string(buf, c.expect ? strnlen(buf, kBuf) : kBuf));
 }
 
-INSTANTIATE_TEST_SUITE_P(Securec, MemTest,
-                         testing::Values(MemCase{"NullDest", true, false, kBuf, 4, SECUREC_EINVAL},
-                                         MemCase{"NullSrc", false, true, kBuf, 4, SECUREC_EINVAL},
-                                         MemCase{"ZeroSize", false, false, 0, 0, SECUREC_ERANGE},
-                                         MemCase{"SizeOverMax", false, false, SECUREC_MEM_MAX_LEN + 1, 4,
-                                                 SECUREC_ERANGE},
-                                         MemCase{"CountOverSize", false, false, 4, 5, SECUREC_ERANGE},
-                                         MemCase{"ExactFit", false, false, kBuf, kBuf, EOK},
-                                         MemCase{"ZeroCount", false, false, kBuf, 0, EOK}),
-                         [](const auto& info) { return std::string(info.param.name); });
+const SecurecCase kCases[] = {
+    {"MemNullDest", kMem, "abcdefgh", kBuf, 4, SECUREC_EINVAL, nullptr, true},
+    {"MemNullSrc", kMem, nullptr, kBuf, 4, SECUREC_EINVAL, nullptr},
+    {"MemZeroSize", kMem, "abcdefgh", 0, 0, SECUREC_ERANGE, nullptr},
+    {"MemSizeOverMax", kMem, "abcdefgh", SECUREC_MEM_MAX_LEN + 1, 4, SECUREC_ERANGE, nullptr},
+    {"MemCountOverSize", kMem, "abcdefgh", 4, 5, SECUREC_ERANGE, nullptr},
+    {"MemExactFit", kMem, "abcdefgh", kBuf, kBuf, EOK, nullptr},
+    {"MemZeroCount", kMem, "abcdefgh", kBuf, 0, EOK, nullptr},
+    {"StrExactFit", kStr, "abcdefg", kBuf, 7, EOK, "abcdefg"},
+    {"StrNoRoomForNul", kStr, "abcdefgh", kBuf, 8, SECUREC_ERANGE, ""},
+    // src is read no further than count, so it need not be terminated.
+    {"StrCountLimitsUnterminatedSrc", kStr, kUnterminated, kBuf, 3, EOK, "wxy"},
+    {"StrCountOverSize", kStr, "abc", kBuf, kBuf + 1, SECUREC_ERANGE, ""},
+    {"StrZeroCount", kStr, "abc", kBuf, 0, EOK, ""},
+    {"StrNullSrc", kStr, nullptr, kBuf, 3, SECUREC_EINVAL, ""},
+    {"StrZeroSize", kStr, "abc", 0, 0, SECUREC_ERANGE, nullptr},
+    {"StrSizeOverMax", kStr, "abc", SECUREC_MEM_MAX_LEN + 1, 3, SECUREC_ERANGE, nullptr},
+    {"FmtCountFits", kFmt, "abcde", kBuf, 5, 5, "abcde"},
+    {"FmtCountIsSize", kFmt, "abcdefg", kBuf, kBuf, 7, "abcdefg"},
+    {"FmtCutByCount", kFmt, "abcdefg", kBuf, 6, -1, ""},
+    {"FmtCutBySize", kFmt, "abcdefgh", kBuf, kBuf, -1, ""},
+    {"FmtCountOverSize", kFmt, "abc", kBuf, kBuf + 1, -1, ""},
+    {"FmtZeroSize", kFmt, "abc", 0, 0, -1, nullptr},
+};
+
+INSTANTIATE_TEST_SUITE_P(Securec, SecurecTest, testing::ValuesIn(kCases), RowName);
 
 TEST(Securec, OverlapRefusedAdjacentAccepted)
 {
@@ -57,70 +86,5 @@ TEST(Securec, OverlapRefusedAdjacentAccepted)
     EXPECT_EQ(SECUREC_EOVERLAP, strncpy_s(buf + 1, 8, buf, 3));
     EXPECT_EQ('\0', buf[1]);
 }
-
-const char kUnterminated[4] = {'w', 'x', 'y', 'z'};
-
-struct StrCase {
-    const char* name;
-    const char* src;
-    size_t destMax, count;
-    errno_t rc;
-    const char* expect;  // null: dest untouched
-};
-
-class StrTest : public testing::TestWithParam<StrCase> {};
-
-TEST_P(StrTest, Strncpy)
-{
-    const StrCase& c = GetParam();
-    char dest[kBuf];
-    memset(dest, 'x', kBuf);
-    EXPECT_EQ(c.rc, strncpy_s(dest, c.destMax, c.src, c.count));
-    if (c.expect == nullptr) {
-        EXPECT_EQ(kUntouched, std::string(dest, kBuf));
-    } else {
-        EXPECT_STREQ(c.expect, dest);
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Securec, StrTest,
-                         testing::Values(StrCase{"Fits", "abc", kBuf, 3, EOK, "abc"},
-                                         StrCase{"ExactFit", "abcdefg", kBuf, 7, EOK, "abcdefg"},
-                                         StrCase{"NoRoomForNul", "abcdefgh", kBuf, 8, SECUREC_ERANGE, ""},
-                                         StrCase{"CountLimitsCopy", "abcdefghij", kBuf, 3, EOK, "abc"},
-                                         StrCase{"UnterminatedWithinCount", kUnterminated, kBuf, 4, EOK, "wxyz"},
-                                         StrCase{"CountOverSize", "abc", kBuf, kBuf + 1, SECUREC_ERANGE, ""},
-                                         StrCase{"ZeroCount", "abc", kBuf, 0, EOK, ""},
-                                         StrCase{"NullSrc", nullptr, kBuf, 3, SECUREC_EINVAL, ""},
-                                         StrCase{"ZeroSize", "abc", 0, 0, SECUREC_ERANGE, nullptr},
-                                         StrCase{"SizeOverMax", "abc", SECUREC_MEM_MAX_LEN + 1, 3, SECUREC_ERANGE,
-                                                 nullptr}),
-                         [](const auto& info) { return std::string(info.param.name); });
-
-struct FmtCase {
-    size_t destMax, count;
-    int rc;
-    const char* expect;  // null: dest untouched
-};
-
-class FmtTest : public testing::TestWithParam<FmtCase> {};
-
-TEST_P(FmtTest, Snprintf)
-{
-    const FmtCase& c = GetParam();
-    char dest[16];
-    memset(dest, 'x', sizeof(dest));
-    EXPECT_EQ(c.rc, snprintf_s(dest, c.destMax, c.count, "%s-%d", "ab", 12));  // "ab-12": 5 chars
-    if (c.expect == nullptr) {
-        EXPECT_EQ(std::string(sizeof(dest), 'x'), std::string(dest, sizeof(dest)));
-    } else {
-        EXPECT_STREQ(c.expect, dest);
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Securec, FmtTest,
-                         testing::Values(FmtCase{16, 15, 5, "ab-12"}, FmtCase{6, 5, 5, "ab-12"},
-                                         FmtCase{6, 6, 5, "ab-12"}, FmtCase{5, 4, -1, ""}, FmtCase{16, 4, -1, ""},
-                                         FmtCase{6, 7, -1, ""}, FmtCase{0, 0, -1, nullptr}));
 
 }  // namespace
