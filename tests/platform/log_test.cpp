@@ -10,17 +10,18 @@
 
 namespace {
 
-// Keeps each line as its fields and text: the caller's fields for a
+// Keeps each line as its fields, format and text: the caller's fields for a
 // diagnostic, the channel and language for an operation-log line.
 void Capture(const VW_LOG_LINE_S* l, void* user)
 {
     char fields[160];
     const char* file = l->file != nullptr ? l->file : "null";
     if (l->kind == VW_LOG_DIAGNOSTIC) {
-        snprintf(fields, sizeof(fields), "diag lang%d m%d L%d dbg%d %s:%d ", l->lang, l->module, l->level, l->debugFlag,
-                 file, l->line);
+        snprintf(fields, sizeof(fields), "diag lang%d m%d L%d dbg%d r%d %s:%d <%s> ", l->lang, l->module, l->level,
+                 l->debugFlag, l->reserved, file, l->line, l->format);
     } else {
-        snprintf(fields, sizeof(fields), "kind%d lang%d ch%d m%d %s ", l->kind, l->lang, l->channel, l->module, file);
+        snprintf(fields, sizeof(fields), "kind%d lang%d ch%d m%d r%d %s <%s> ", l->kind, l->lang, l->channel, l->module,
+                 l->reserved, file, l->format);
     }
     static_cast<std::vector<std::string>*>(user)->push_back(fields + std::string(l->text));
 }
@@ -34,15 +35,16 @@ protected:
 
 TEST_F(LogTest, CallerFieldsCutTextBothLanguagesAndStderr)
 {
-    VW_WriteLog(4, 3, 1, 0, "src/a.cpp", 123, "[KXAPI]:%s=%d %u", "ch", -7, 9u);
+    VW_WriteLog(4, 3, 1, 7, "src/a.cpp", 123, "[KXAPI]:%s=%d %u", "ch", -7, 9u);
     const std::string longText(3 * VW_LOG_LINE_MAX, 'a');
     VW_WriteLog(1, 1, 0, 0, "f", 1, "%s", longText.c_str());
     // Mixed widths: a second pass over a consumed argument list would misread them.
     VW_WriteLanguageLog(2, 5, "user %s set %lld/%d/%.1f", "用户%s设置%lld/%d/%.1f", "admin", 1234567890123LL, -3, 2.5);
-    EXPECT_EQ(lines_, (std::vector<std::string>{"diag lang0 m4 L3 dbg1 src/a.cpp:123 [KXAPI]:ch=-7 9",
-                                                "diag lang0 m1 L1 dbg0 f:1 " + longText.substr(0, VW_LOG_LINE_MAX - 1),
-                                                "kind1 lang1 ch2 m5 null user admin set 1234567890123/-3/2.5",
-                                                "kind1 lang2 ch2 m5 null 用户admin设置1234567890123/-3/2.5"}));
+    EXPECT_EQ(lines_, (std::vector<std::string>{
+                          "diag lang0 m4 L3 dbg1 r7 src/a.cpp:123 <[KXAPI]:%s=%d %u> [KXAPI]:ch=-7 9",
+                          "diag lang0 m1 L1 dbg0 r0 f:1 <%s> " + longText.substr(0, VW_LOG_LINE_MAX - 1),
+                          "kind1 lang1 ch2 m5 r0 null <user %s set %lld/%d/%.1f> user admin set 1234567890123/-3/2.5",
+                          "kind1 lang2 ch2 m5 r0 null <用户%s设置%lld/%d/%.1f> 用户admin设置1234567890123/-3/2.5"}));
 
     // A null sink restores the writer to stderr.
     VW_SetLogSink(nullptr, nullptr);
