@@ -340,17 +340,13 @@ TEST_F(Stages, FailuresLeaveTheSlotsAsTheyWere)
         if (c.result != 0) {
             EXPECT_TRUE((std::array<void*, 3>{req.Slot(0), req.Slot(1), req.Slot(2)} == slots)) << c.stage.name;
         }
-        std::vector<std::string> expected, texts;
-        std::string lines = std::string(c.diag) + "|";
-        for (size_t end; (end = lines.find('|')) != std::string::npos; lines.erase(0, end + 1)) {
-            std::string line = lines.substr(0, end);
-            if (const size_t at = line.find("{}"); at != std::string::npos) {
-                line.replace(at, 2, c.stage.name);
-            }
-            expected.push_back(line);
+        std::string expected = c.diag, texts;
+        for (size_t at; (at = expected.find("{}")) != std::string::npos;) {
+            expected.replace(at, 2, c.stage.name);
         }
-        for (size_t i = Diags().size() >= expected.size() ? Diags().size() - expected.size() : 0; i < Diags().size(); ++i) {
-            texts.push_back(Diags()[i].text);
+        const size_t lines = std::min<size_t>(std::count(expected.begin(), expected.end(), '|') + 1, Diags().size());
+        for (size_t i = Diags().size() - lines; i < Diags().size(); ++i) {
+            texts += (texts.empty() ? "" : "|") + Diags()[i].text;
         }
         EXPECT_EQ(texts, expected) << c.stage.name;
     }
