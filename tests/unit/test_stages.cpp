@@ -18,6 +18,7 @@ using doubles::Control;
 using doubles::Diags;
 using doubles::Isp;
 using doubles::Request;
+using doubles::SrvStep;
 using namespace world;
 
 class Stages : public testing::Test {
@@ -182,7 +183,7 @@ Arm Fail(Call call, int nth = 1, int code = 34)
 {
     return [=](Request&) { doubles::FailNth(call, nth, code); };
 }
-Arm SrvFails(doubles::SrvStep step = doubles::SrvStep::Recv)
+Arm SrvFails(doubles::SrvStep step = SrvStep::Recv)
 {
     return [=](Request&) { Isp().failStep = step; };
 }
@@ -261,27 +262,27 @@ const FailureCase kFailures[] = {
     {kAfPlanePut, STAGE(parse, ParsePutIspIaasAfPlanePoint), Fail(Call::MemcpyS, 1, 54), 0,
      "[KXAPI]:[memcpy_s] expect Ret 0, actual Ret 54."},
     // Each step of the service exchange: a read, a write, and an untimed reset.
-    {kFakeRatio, STAGE(run, RunGetIspIaasFakeRatio), SrvFails(doubles::SrvStep::Open), 1,
+    {kFakeRatio, STAGE(run, RunGetIspIaasFakeRatio), SrvFails(SrvStep::Open), 1,
      "[KXAPI]:open /mnt/srvfs/isp.iaas.qtn srv fail, Error: 2, No such file or directory\n|" kGet},
-    {kFakeRatio, STAGE(run, RunGetIspIaasFakeRatio), SrvFails(doubles::SrvStep::New), 1,
+    {kFakeRatio, STAGE(run, RunGetIspIaasFakeRatio), SrvFails(SrvStep::New), 1,
      "[KXAPI]:wiro_message_new failed \n|" kGet},
-    {kFakeRatio, STAGE(run, RunGetIspIaasFakeRatio), SrvFails(doubles::SrvStep::HeaderSet), 1,
+    {kFakeRatio, STAGE(run, RunGetIspIaasFakeRatio), SrvFails(SrvStep::HeaderSet), 1,
      "[KXAPI]:wiro_header_set failed \n|" kGet},
-    {kFakeRatio, STAGE(run, RunGetIspIaasFakeRatio), SrvFails(doubles::SrvStep::Send), 1,
+    {kFakeRatio, STAGE(run, RunGetIspIaasFakeRatio), SrvFails(SrvStep::Send), 1,
      "[KXAPI]:wiro_message_sendfd_timeout failed,fd:9000,err:5,ret:-1\n|" kGet},
     {kFakeRatio, STAGE(run, RunGetIspIaasFakeRatio), Answers(200, -1), 1, "[KXAPI]:wiro_content_copy failed \n|" kGet},
     {kFakeRatio, STAGE(run, RunGetIspIaasFakeRatio), Answers(404, 0), 1, "[KXAPI]:wiro_code failed \n|" kGet},
-    {kAfPlanePut, STAGE(run, RunPutIspIaasAfPlanePoint), SrvFails(doubles::SrvStep::New), 1,
+    {kAfPlanePut, STAGE(run, RunPutIspIaasAfPlanePoint), SrvFails(SrvStep::New), 1,
      "[KXAPI]:new send msg failed \n|" kSet},
-    {kAfPlanePut, STAGE(run, RunPutIspIaasAfPlanePoint), SrvFails(doubles::SrvStep::ContentAdd), 1,
+    {kAfPlanePut, STAGE(run, RunPutIspIaasAfPlanePoint), SrvFails(SrvStep::ContentAdd), 1,
      "[KXAPI]:wiro_content_append failed \n|" kSet},
-    {kAfPlanePut, STAGE(run, RunPutIspIaasAfPlanePoint), SrvFails(doubles::SrvStep::Send), 1,
+    {kAfPlanePut, STAGE(run, RunPutIspIaasAfPlanePoint), SrvFails(SrvStep::Send), 1,
      "[KXAPI]:wiro_message_sendfd_timeout failed,fd:9001,err:5,ret:-1 \n|" kSet},
     {kAfPlanePut, STAGE(run, RunPutIspIaasAfPlanePoint), SrvFails(), 1,
      "[KXAPI]:wiro_message_recvfd_timeout failed,fd:9001,err:5,ret:-1 \n|" kSet},
     {kAfPlanePut, STAGE(run, RunPutIspIaasAfPlanePoint), Answers(200, 1), 1, "[KXAPI]:wiro_content_copy failed \n|" kSet},
     {kAfPlanePut, STAGE(run, RunPutIspIaasAfPlanePoint), Answers(0, 0), 1, "[KXAPI]:wiro_code failed \n|" kSet},
-    {kRestore, STAGE(run, RunPutIspIaasRestoreDefaultParams), SrvFails(doubles::SrvStep::Send), 1,
+    {kRestore, STAGE(run, RunPutIspIaasRestoreDefaultParams), SrvFails(SrvStep::Send), 1,
      "[KXAPI]:wiro_message_sendfd failed \n|" kReset},
     {kRestore, STAGE(run, RunPutIspIaasRestoreDefaultParams), SrvFails(), 1, "[KXAPI]:wiro_message_recvfd failed \n|" kReset},
     {kLock, STAGE(parse, ParsePutIspIaasAEExpLock), Fail(Call::Calloc), 18,
@@ -316,9 +317,9 @@ const FailureCase kFailures[] = {
     // The command's reply, its body, then the block.
     {kResetBacklight, STAGE(run, RunPutIspIaasResetBackLightAdapt), Fail(Call::MemsetS, 3), 1, kMemset},
     // The two resets name a failed message creation differently.
-    {kRestore, STAGE(run, RunPutIspIaasRestoreDefaultParams), SrvFails(doubles::SrvStep::New), 1,
+    {kRestore, STAGE(run, RunPutIspIaasRestoreDefaultParams), SrvFails(SrvStep::New), 1,
      "[KXAPI]:new send msg failed \n|" kReset},
-    {kResetThermal, STAGE(run, RunPutIspIaasResetThermal), SrvFails(doubles::SrvStep::New), 1,
+    {kResetThermal, STAGE(run, RunPutIspIaasResetThermal), SrvFails(SrvStep::New), 1,
      "[KXAPI]:wiro_message_new failed \n|" kReset},
 };
 
