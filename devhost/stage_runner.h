@@ -9,7 +9,7 @@
 
 namespace devhost {
 
-// The operation-log user of every request (see the README).
+// The operation-log user of every request (see docs/DEVHOST.md).
 inline constexpr const char* kOperationLogUser = "admin";
 
 struct StageRequest {

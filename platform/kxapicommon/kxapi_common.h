@@ -202,7 +202,7 @@ struct KXAPI_RESPONSE {
 };
 
 /* The envelope for this request and stage result: the request URL from the
- * header, the result code as StatusCode and its text (see the README for the
+ * header, the result code as StatusCode and its text (see docs/DECISIONS.md for the
  * table of codes, texts and HTTP statuses). */
 KXAPI_HOST_API KXAPI_RESPONSE FillResponseStatusParam(tagHTTP_HEADER_S* pstHeader, VW_RESULT_TYPE result);
 

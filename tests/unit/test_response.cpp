@@ -24,7 +24,7 @@ protected:
 };
 
 // The server's table of results: StatusCode is the result itself, with the
-// text and HTTP status the README lists.
+// text and HTTP status docs/DECISIONS.md lists.
 TEST_F(ResponseTemplate, EnvelopeForEachResultWhenNoRecord)
 {
     const struct {
