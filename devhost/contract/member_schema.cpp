@@ -32,7 +32,9 @@ json_object* NumberSchema(bool integral, bool isSigned, size_t bytes)
 {
     json_object* schema = Typed(integral ? "integer" : "number");
     const std::string bits = std::to_string(bytes * 8);
-    Put(schema, "format", Text(integral ? (isSigned ? "int" : "uint") + bits : bytes == 4 ? "float" : "double"));
+    // The codec prints a 64-bit member as a signed number, whatever its type.
+    const bool printedSigned = isSigned || bytes >= 8;
+    Put(schema, "format", Text(integral ? (printedSigned ? "int" : "uint") + bits : bytes == 4 ? "float" : "double"));
     return schema;
 }
 
