@@ -2,6 +2,8 @@
 // member tables and the status envelope of the common library.
 #include "api_document.h"
 
+#include <cstdio>
+#include <cstdlib>
 #include <map>
 
 #include "http_front.h"
@@ -37,7 +39,7 @@ constexpr ResultMeaning kResults[] = {
     {VW_ERR_QUERY, "ChannelId unreadable"},
     {VW_ERR_BODY, "body or a value in it refused"},
     {VW_ERR_NO_MEMORY, "out of memory"},
-    {VW_ERR_RANGE, "ChannelId outside the accepted values"},
+    {VW_ERR_RANGE, "ChannelId outside the accepted values, or a Format stage failed"},
 };
 constexpr VW_RESULT_TYPE kSomeDeviceCode = static_cast<VW_RESULT_TYPE>(5);
 
@@ -89,7 +91,8 @@ std::map<unsigned, std::vector<StatusVariant>> EnvelopeByHttpStatus()
     std::map<unsigned, std::vector<StatusVariant>> by;
     for (const ResultMeaning& r : kResults) {
         const KXAPI_RESPONSE e = FillResponseStatusParam(nullptr, r.result);
-        by[static_cast<unsigned>(e.ullHttpStatus)].push_back({r.result, e.ResponseStatus.StatusString, r.meaning, false});
+        by[static_cast<unsigned>(e.ullHttpStatus)].push_back(
+            {r.result, e.ResponseStatus.StatusString, r.meaning, false});
     }
     const KXAPI_RESPONSE device = FillResponseStatusParam(nullptr, kSomeDeviceCode);
     by[static_cast<unsigned>(device.ullHttpStatus)].push_back(
@@ -208,7 +211,10 @@ json_object* HostErrorResponse(unsigned status, const char* description, bool al
 
 // ---- a resource's operations ---------------------------------------------------
 
-long long ExampleChannel(ChannelRule rule) { return rule == ChannelRule::ThermalOnly ? ISP_THERMAL_CHANNEL : ISP_FIRST_CHANNEL; }
+long long ExampleChannel(ChannelRule rule)
+{
+    return rule == ChannelRule::ThermalOnly ? ISP_THERMAL_CHANNEL : ISP_FIRST_CHANNEL;
+}
 
 json_object* ChannelParameter(const ResourceContract& c)
 {
@@ -222,21 +228,24 @@ json_object* ChannelParameter(const ResourceContract& c)
         case ChannelRule::NonNegative:
             Put(schema, "minimum", Integer(0));
             Put(schema, "maximum", Integer(INT32_MAX));
-            description = "a whole decimal number from 0 to 2147483647; a negative one is refused with StatusCode "
-                          "-1, an unreadable one (missing, too large, with '+', blanks or escapes) with 3";
+            description =
+                "a whole decimal number from 0 to 2147483647; a negative one is refused with StatusCode "
+                "-1, an unreadable one (missing, too large, with '+', blanks or escapes) with 3";
             break;
         case ChannelRule::Unsigned:
             Put(schema, "minimum", Integer(0));
             Put(schema, "maximum", Integer(UINT32_MAX));
-            description = "a whole decimal number from 0 to 4294967295; an unreadable one (missing, negative, too "
-                          "large, with '+', blanks or escapes) is refused with StatusCode 3";
+            description =
+                "a whole decimal number from 0 to 4294967295; an unreadable one (missing, negative, too "
+                "large, with '+', blanks or escapes) is refused with StatusCode 3";
             break;
         case ChannelRule::ThermalOnly: {
             json_object* values = json_object_new_array();
             json_object_array_add(values, Integer(ISP_THERMAL_CHANNEL));
             Put(schema, "enum", values);
-            description = "the thermal channel, 102, alone; another number is refused with StatusCode -1, an "
-                          "unreadable one with 3";
+            description =
+                "the thermal channel, 102, alone; another number is refused with StatusCode -1, an "
+                "unreadable one with 3";
             break;
         }
     }
@@ -274,8 +283,9 @@ json_object* Operation(const ResourceContract& c, bool put)
     Put(op, "parameters", ChannelParameter(c));
     if (put && c.schema != nullptr) {
         json_object* body = Object();
-        Put(body, "description", Text("the members to change; every member is optional, the others keep the "
-                                      "device's values"));
+        Put(body, "description",
+            Text("the members to change; every member is optional, the others keep the "
+                 "device's values"));
         Put(body, "required", json_object_new_boolean(1));
         Put(body, "content", JsonContent(Ref(std::string(kSchemas) + c.name + "Change")));
         Put(op, "requestBody", body);
@@ -299,25 +309,28 @@ json_object* Operation(const ResourceContract& c, bool put)
     return op;
 }
 
-const ResourceRow* StageRow(const char* name)
+// The contract row of a resource of the stage table; a resource without one
+// stops the host at once (the contract tests see it on their first run).
+const ResourceContract& ContractOf(const ResourceRow& row)
 {
-    for (const ResourceRow& row : kResourceRows) {
-        if (std::string(row.name) == name) {
-            return &row;
+    for (const ResourceContract& c : ResourceContracts()) {
+        if (std::string(c.name) == row.name) {
+            return c;
         }
     }
-    return nullptr;
+    std::fprintf(stderr, "ispiaas-devhost: the resource %s has no contract row\n", row.name);
+    std::abort();
 }
 
 void AddResources(json_object* paths, json_object* schemas)
 {
-    for (const ResourceContract& c : ResourceContracts()) {
-        const ResourceRow* row = StageRow(c.name);
+    for (const ResourceRow& row : kResourceRows) {
+        const ResourceContract& c = ContractOf(row);
         json_object* item = Object();
-        if (row != nullptr && (row->stages & kRunGet) != 0) {
+        if ((row.stages & kRunGet) != 0) {
             Put(item, "get", Operation(c, false));
         }
-        if (row != nullptr && (row->stages & kRunPut) != 0) {
+        if ((row.stages & kRunPut) != 0) {
             Put(item, "put", Operation(c, true));
         }
         Put(paths, (std::string(kApiPrefix) + c.name).c_str(), item);

@@ -39,7 +39,7 @@ struct ResourceContract {
     const char* putNote = nullptr;
 };
 
-// One row per resource, in the order of kResourceRows.
+// One row per resource of kResourceRows (devhost/stage_table.h).
 const std::vector<ResourceContract>& ResourceContracts();
 
 // The routes of the simulators and the host ("paths" and "schemas"), as data.

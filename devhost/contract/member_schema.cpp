@@ -2,13 +2,25 @@
 
 namespace devhost::contract {
 
-json_object* Object() { return json_object_new_object(); }
+json_object* Object()
+{
+    return json_object_new_object();
+}
 
-void Put(json_object* o, const char* key, json_object* value) { json_object_object_add(o, key, value); }
+void Put(json_object* o, const char* key, json_object* value)
+{
+    json_object_object_add(o, key, value);
+}
 
-json_object* Text(const std::string& text) { return json_object_new_string(text.c_str()); }
+json_object* Text(const std::string& text)
+{
+    return json_object_new_string(text.c_str());
+}
 
-json_object* Integer(long long value) { return json_object_new_int64(value); }
+json_object* Integer(long long value)
+{
+    return json_object_new_int64(value);
+}
 
 namespace {
 
@@ -38,13 +50,17 @@ json_object* NumberSchema(bool integral, bool isSigned, size_t bytes)
     return schema;
 }
 
-json_object* FlagSchema() { return Typed("boolean"); }
+json_object* FlagSchema()
+{
+    return Typed("boolean");
+}
 
 json_object* ClockSchema(bool datetime)
 {
     json_object* schema = Typed("string");
-    Put(schema, "description", Text(datetime ? "local date and time as \"YYYY-MM-DD HH:MM:SS\""
-                                             : "time of day as \"HH:MM\" (minutes after midnight)"));
+    Put(schema, "description",
+        Text(datetime ? "local date and time as \"YYYY-MM-DD HH:MM:SS\""
+                      : "time of day as \"HH:MM\" (minutes after midnight)"));
     return schema;
 }
 
@@ -55,8 +71,8 @@ json_object* TextSchema(size_t arrayBytes, Form form)
     // without a terminator; a PUT leaves room for one.
     Put(schema, "maxLength", Integer(static_cast<long long>(form == Form::Answer ? arrayBytes : arrayBytes - 1)));
     if (form == Form::Change) {
-        Put(schema, "description", Text("at most " + std::to_string(arrayBytes - 1) +
-                                        " bytes; a longer text is refused with StatusCode 4"));
+        Put(schema, "description",
+            Text("at most " + std::to_string(arrayBytes - 1) + " bytes; a longer text is refused with StatusCode 4"));
     }
     return schema;
 }
@@ -69,13 +85,17 @@ json_object* ArraySchema(json_object* items, size_t count, Form form)
         Put(schema, "minItems", Integer(static_cast<long long>(count)));
         Put(schema, "maxItems", Integer(static_cast<long long>(count)));
     } else {
-        Put(schema, "description", Text("the first " + std::to_string(count) +
-                                        " items change the device's items in order; further items are ignored"));
+        Put(schema, "description",
+            Text("the first " + std::to_string(count) +
+                 " items change the device's items in order; further items are ignored"));
     }
     return schema;
 }
 
-json_object* ObjectSchema() { return Typed("object"); }
+json_object* ObjectSchema()
+{
+    return Typed("object");
+}
 
 void ApplyRules(json_object* schema, const Walk& w)
 {
@@ -103,11 +123,12 @@ void ApplyRules(json_object* schema, const Walk& w)
             Put(schema, "x-min-count", count);
         }
         if (rule.description != nullptr) {
+            // The rule first, then what the member's kind says.
             json_object* had = nullptr;
-            const std::string before =
-                json_object_object_get_ex(schema, "description", &had) ? json_object_get_string(had) + std::string("; ")
-                                                                       : "";
-            Put(schema, "description", Text(before + rule.description));
+            const std::string after = json_object_object_get_ex(schema, "description", &had)
+                                          ? "; " + std::string(json_object_get_string(had))
+                                          : "";
+            Put(schema, "description", Text(rule.description + after));
         }
     }
 }

@@ -26,10 +26,10 @@ enum class Form { Answer, Change };
 
 // What a stage enforces on one member, or what the device reports for it.
 struct MemberRule {
-    const char* pointer;                      // JSON pointer of the member in the record's object
-    std::vector<long long> values = {};       // the value set a PUT is held to
-    const char* capabilityRange = nullptr;    // the member of the Capability resource's basicInfos giving its range
-    char counted = '\0';                      // a text must hold at least `count` of this character ...
+    const char* pointer;                    // JSON pointer of the member in the record's object
+    std::vector<long long> values = {};     // the value set a PUT is held to
+    const char* capabilityRange = nullptr;  // the member of the Capability resource's basicInfos giving its range
+    char counted = '\0';                    // a text must hold at least `count` of this character ...
     unsigned count = 0;
     const char* description = nullptr;
 };
@@ -92,8 +92,7 @@ json_object* MemberSchema(int kind, const Walk& w)
 }
 
 template <class Owner, class T, class A, class D>
-void AddMember(json_object* properties, json_object* required, MemberCoder<Owner, T, A, D> const& coder,
-               const Walk& w)
+void AddMember(json_object* properties, json_object* required, MemberCoder<Owner, T, A, D> const& coder, const Walk& w)
 {
     Put(properties, coder.key, MemberSchema<T>(coder.kind, w.At(coder.key)));
     if (required != nullptr) {
