@@ -4,10 +4,12 @@ against the API document: each answer against the schema of its operation's
 response for that HTTP status (or the host's 404 and 405 for a path or method
 the document does not have, with the Allow header it names), and each request
 body and ChannelId the module accepted against the operation's request schema
-and parameter. Fails on any mismatch and when nothing was checked.
+and parameter. Fails on any mismatch and when nothing was checked (a skip,
+exit 77, when the machine has no FUSE, so that the integration tests skipped).
 
 usage: check_exchanges.py DOCUMENT EXCHANGES"""
 import json
+import os
 import sys
 from urllib.parse import parse_qsl, urlsplit
 
@@ -59,11 +61,20 @@ def check(api, exchange, counts):
     return problems
 
 
+def fuse_available():
+    """Whether the host can run here, as it decides it (devhost/isolation.cpp)."""
+    try:
+        os.close(os.open("/dev/fuse", os.O_RDWR))
+        return True
+    except OSError:
+        return False
+
+
 def main(document, exchanges):
     api = ApiDocument(document)
     counts = {"answers": 0, "bodies": 0, "parameters": 0}
     failures = 0
-    with open(exchanges, encoding="utf-8") as f:
+    with open(exchanges, encoding="utf-8") if os.path.exists(exchanges) else open(os.devnull) as f:
         for number, line in enumerate(f, 1):
             exchange = json.loads(line)
             for problem in check(api, exchange, counts):
@@ -73,6 +84,9 @@ def main(document, exchanges):
     print(f"checked {counts['answers']} answers, {counts['bodies']} accepted request bodies and "
           f"{counts['parameters']} accepted ChannelId values against {document}: {failures} mismatches")
     if counts["answers"] == 0 or counts["bodies"] == 0:
+        if not fuse_available():
+            print("no FUSE on this machine: the integration tests skipped, so this check does too")
+            return 77
         print("nothing was checked: run this after the integration tests (ctest runs it last)")
         return 1
     return 1 if failures else 0
