@@ -134,6 +134,10 @@ def main(document, executable):
                 for value, inside in integer_cases(channel["schema"]):
                     expect(f"{path}?ChannelId={value}", body, inside, None, f"ChannelId={value}")
                 expect(path, body, False, None, "without ChannelId")
+            elif channel:
+                # Not read at all: what no reader of it would take is taken too.
+                for value in ("-1", "abc", ""):
+                    expect(f"{path}?ChannelId={value}", body, True, None, f"ChannelId={value}")
             schema = api.request_schema(operation)
             if schema is None:
                 continue
