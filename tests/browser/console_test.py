@@ -94,15 +94,16 @@ def resources(doc):
     """Each resource path: name, group, operations and the GET record's schema."""
     found = {}
     for path, item in doc["paths"].items():
-        ops = {m: item[m] for m in ("get", "put") if m in item}
+        ops = {m: item[m] for m in ("get", "put") if m in item and path.startswith("/api/")}
         if not ops:
             continue
         first = ops.get("get") or ops.get("put")
         schema = None
         if "get" in ops:
-            content = ops["get"]["responses"]["200"].get("content", {})
+            content = resolve(doc, ops["get"]["responses"]["200"]).get("content", {})
             schema = resolve(doc, content.get("application/json", {}).get("schema"))
-        channel = next((p for p in first.get("parameters", []) if p.get("name") == "ChannelId"), None)
+        channel = next((p for p in map(lambda p: resolve(doc, p), first.get("parameters", []))
+                        if p.get("name") == "ChannelId"), None)
         query = ""
         if channel:
             values = channel.get("schema", {}).get("enum")
@@ -234,13 +235,13 @@ class Checks:
         assert path, "the Thermal record has no brightness"
         c.open(self.thermal["tag"])
         before = self.host.json(self.thermal_block)["hex"]
-        mark = max((l["seq"] for l in self.host.json("/_sim/log")["lines"]), default=0)
         field = c.control("Thermal", path)
         current = int(field.get_attribute("value"))
         limits = self.limits(schema)
         assert (field.get_attribute("min"), field.get_attribute("max")) == limits, \
             f"limits {field.get_attribute('min')}..{field.get_attribute('max')}, expected {limits}"
         new = current + 7 if current + 7 <= int(limits[1]) else current - 7
+        mark = max((l["seq"] for l in self.host.json("/_sim/log")["lines"]), default=0)
         field.send_keys(Keys.CONTROL, "a")
         field.send_keys(str(new), Keys.ENTER)  # the keyboard alone: Enter applies
         assert c.answer("Thermal") == "HTTP 200 · StatusCode 0 · OK", c.answer("Thermal")

@@ -7,6 +7,9 @@ const DOCUMENT_URL = '/openapi.json';
 const CAPABILITY_URL = '/api/isp/Capability?ChannelId=101';
 // The first channel: proposed where the document gives no default.
 const FIRST_CHANNEL = 101;
+// The device's resources; the document's other paths (the simulated
+// device's routes) have panels of their own.
+const RESOURCE_PREFIX = '/api/';
 
 // ---- the document -------------------------------------------------------
 
@@ -43,8 +46,9 @@ function channelDefault(param) {
     return '';
   }
   const s = param.schema || {};
-  if (s.default !== undefined) {
-    return String(s.default);
+  const given = s.default ?? param.example ?? s.example;
+  if (given !== undefined) {
+    return String(given);
   }
   if (Array.isArray(s.enum) && s.enum.length > 0) {
     return String(s.enum[0]);
@@ -61,6 +65,9 @@ function channelDefault(param) {
 export function resources(doc) {
   const list = [];
   for (const [path, item] of Object.entries(doc.paths || {})) {
+    if (!path.startsWith(RESOURCE_PREFIX)) {
+      continue;
+    }
     const get = item.get || null;
     const put = item.put || null;
     if (!get && !put) {
@@ -77,6 +84,7 @@ export function resources(doc) {
       name: path.split('/').filter(Boolean).pop(),
       tag: (op.tags || [])[0] || 'Other',
       summary: (put && !putSchema ? put.summary : null) || op.summary || '',
+      about: (getSchema || putSchema || {}).description || '',
       get,
       put,
       channel,

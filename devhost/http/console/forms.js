@@ -103,7 +103,13 @@ function leafField(ctx, name, schema, control, read, write, extra = []) {
   if (ctx.readOnly) {
     control.setAttribute(control.tagName === 'INPUT' && control.type !== 'checkbox' ? 'readonly' : 'disabled', '');
   }
-  const hint = schema.description ? element('small', { class: 'hint', text: schema.description }) : null;
+  const hint = schema.description
+    ? element('small', { class: 'hint', id: `${id}-about`, title: schema.description, text: schema.description })
+    : null;
+  if (hint) {
+    control.setAttribute('aria-describedby',
+      [control.getAttribute('aria-describedby'), hint.id].filter(Boolean).join(' '));
+  }
   field.element = element('div', { class: 'field' },
     element('label', { for: id, text: name }), control, ...extra, hint);
   return field;

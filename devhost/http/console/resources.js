@@ -65,8 +65,7 @@ class ResourcePanel {
         text: resource.summary || `PUT ${resource.name}` }));
     }
     const titleId = `title-${resource.name}`;
-    const about = [resource.get, resource.put].filter(Boolean).map((op) => op.description || op.summary || '')
-      .find((text) => text !== '') || '';
+    const about = resource.writable || resource.get ? resource.about : '';
     this.form = element('form', { class: 'resource', novalidate: true, 'aria-labelledby': titleId,
       id: `resource-${resource.name}`, 'data-resource': resource.name },
       element('header', {},
