@@ -72,6 +72,9 @@ class ResourcePanel {
         element('h3', { id: titleId, text: resource.name }),
         element('span', { class: 'methods', text: [resource.get && 'GET', resource.put && 'PUT'].filter(Boolean).join(' · ') }),
         about ? element('p', { class: 'summary', text: about }) : null),
+      resource.writable && !resource.get
+        ? element('p', { class: 'summary', text: 'The device does not answer a read of this: Apply sends the members you set.' })
+        : null,
       this.channel.element,
       this.fields ? this.fields.element : null,
       element('div', { class: 'actions' }, buttons, this.output),
