@@ -18,6 +18,7 @@
 #include <thread>
 
 #include "ability.h"
+#include "api_document.h"
 #include "control_sim.h"
 #include "http_front.h"
 #include "isolation.h"
@@ -45,13 +46,14 @@ struct Options {
 
 const char kUsage[] =
     "usage: ispiaas-devhost [--listen ADDR:PORT] [--module PATH] [--profile FILE] [--log FILE]\n"
-    "                       [--allow-missing] [--print-profile]\n"
+    "                       [--allow-missing] [--print-profile] [--print-openapi]\n"
     "  --listen ADDR:PORT  where to serve HTTP (default 127.0.0.1:8080; port 0 takes a free one)\n"
     "  --module PATH       the module to load (default " ISPIAAS_DEFAULT_MODULE ")\n"
     "  --profile FILE      a JSON device profile; its values replace the embedded default's\n"
     "  --log FILE          write the diagnostic and operation-log lines there instead of stdout\n"
     "  --allow-missing     serve the resources whose stages all exist instead of refusing to start\n"
-    "  --print-profile     print the embedded default profile and exit\n";
+    "  --print-profile     print the embedded default profile and exit\n"
+    "  --print-openapi     print the API document (served at /openapi.json) and exit\n";
 
 int Fail(int status, const std::string& message)
 {
@@ -86,6 +88,9 @@ int ParseOptions(int argc, char** argv, Options& o)
             return -1;
         } else if (arg == "--print-profile") {
             std::fputs(DefaultProfileText(), stdout);
+            return -1;
+        } else if (arg == "--print-openapi") {
+            std::fputs(contract::ApiDocumentText().c_str(), stdout);
             return -1;
         } else if (arg == "--allow-missing") {
             o.allowMissing = true;

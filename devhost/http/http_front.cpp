@@ -5,6 +5,7 @@
 
 #include <cstring>
 
+#include "api_document.h"
 #include "console_files.h"
 #include "stage_runner.h"
 
@@ -97,6 +98,14 @@ std::optional<HttpReply> Refusal(const HostParts& parts, const std::string& path
     if (path.rfind(kSimPrefix, 0) == 0 || IsConsolePath(path)) {
         return std::nullopt;
     }
+    if (path == contract::kDocumentPath && method != MHD_HTTP_METHOD_GET) {
+        HttpReply reply = ErrorReply(405, path + " takes GET, not " + method);
+        reply.allow = "GET";
+        return reply;
+    }
+    if (path == contract::kDocumentPath) {
+        return std::nullopt;
+    }
     if (path.rfind(kApiPrefix, 0) != 0) {
         return ErrorReply(404, "no resource at " + path);
     }
@@ -174,6 +183,9 @@ MHD_Result Access(void* cls, MHD_Connection* connection, const char* url, const 
     }
     if (state->tooLarge) {
         return Send(connection, ErrorReply(413, "the body is larger than " + std::to_string(kBodyLimit) + " bytes"));
+    }
+    if (path == contract::kDocumentPath) {
+        return Send(connection, HttpReply{200, contract::ApiDocumentText(), ""});
     }
     if (path.rfind(kSimPrefix, 0) == 0) {
         return Send(connection,

@@ -13,6 +13,8 @@
 #include <cstdlib>
 #include <memory>
 
+#include "exchange_record.h"
+
 namespace {
 
 // The value at a JSON pointer as compact JSON text.
@@ -77,7 +79,9 @@ HttpResult DevhostProcess::Request(const std::string& method, const std::string&
     if (answer.rfind("HTTP/1.1 ", 0) != 0 || headEnd == std::string::npos) {
         return {};
     }
-    return {std::atoi(answer.c_str() + 9), answer.substr(headEnd + 4)};
+    const HttpResult result{std::atoi(answer.c_str() + 9), answer.substr(headEnd + 4)};
+    RecordExchange(method, target, body, answer.substr(0, headEnd), result.status, result.body);
+    return result;
 }
 
 DevhostProcess::DevhostProcess(std::vector<const char*> argv)

@@ -162,6 +162,7 @@ const FailureCase kFailureCases[] = {
     {"PostToAResource", "POST", "/api/isp/Thermal?ChannelId=102", "{}", 405},
     {"GetOfAReset", "GET", "/api/isp/ResetThermal?ChannelId=102", "", 405},
     {"PutOfAGetOnlyResource", "PUT", "/api/isp/FakeRatio", "{}", 405},
+    {"PutOfTheApiDocument", "PUT", "/openapi.json", "{}", 405},
     {"BodyOverTheLimit", "PUT", "/api/isp/Thermal?ChannelId=102", std::string(64 * 1024 + 1, ' '), 413},
     {"TargetOverTheUrlField", "GET", "/api/isp/Thermal?ChannelId=102&" + std::string(1100, 'x'), "", 414},
     // Eleven '1' over the whole current text (a shorter text would keep the

@@ -1,0 +1,453 @@
+// Builds the API document from the stage table, the contract rows, the
+// member tables and the status envelope of the common library.
+#include "api_document.h"
+
+#include <map>
+
+#include "http_front.h"
+#include "kxapi_business_common.h"
+#include "qtnapi_isp_frame.h"
+#include "stage_table.h"
+
+namespace devhost::contract {
+
+namespace {
+
+constexpr const char* kSchemas = "#/components/schemas/";
+constexpr const char* kResponses = "#/components/responses/";
+
+// The tags in the order a person meets them; the fifth groups the host's own routes.
+constexpr const char* kTags[][2] = {
+    {"Image tuning", "Fake-colour ratio, white balance, exposure lock, extreme-colour fusion"},
+    {"Focus and capability", "What the image and the lens can do and where the lens stands"},
+    {"Thermal imaging", "The thermal channel's settings"},
+    {"Maintenance", "Restore defaults and resets: they change the device without a body"},
+    {"Simulated device", "The development host's inspection and fault routes, and this document"},
+};
+
+// The stage results the module answers with, in the order of the envelope's
+// table; a device's own code stands for every other.
+struct ResultMeaning {
+    VW_RESULT_TYPE result;
+    const char* meaning;
+};
+constexpr ResultMeaning kResults[] = {
+    {VW_SUCCESS, "success"},
+    {VW_ERR_PARAM, "failed service, command or record"},
+    {VW_ERR_QUERY, "ChannelId unreadable"},
+    {VW_ERR_BODY, "body or a value in it refused"},
+    {VW_ERR_NO_MEMORY, "out of memory"},
+    {VW_ERR_RANGE, "ChannelId outside the accepted values"},
+};
+constexpr VW_RESULT_TYPE kSomeDeviceCode = static_cast<VW_RESULT_TYPE>(5);
+
+json_object* Ref(const std::string& target)
+{
+    json_object* o = Object();
+    Put(o, "$ref", Text(target));
+    return o;
+}
+
+json_object* Texts(std::initializer_list<const char*> texts)
+{
+    json_object* a = json_object_new_array();
+    for (const char* t : texts) {
+        json_object_array_add(a, Text(t));
+    }
+    return a;
+}
+
+json_object* JsonContent(json_object* schema)
+{
+    json_object* media = Object();
+    Put(media, "schema", schema);
+    json_object* content = Object();
+    Put(content, "application/json", media);
+    return content;
+}
+
+json_object* Response(const std::string& description, json_object* schema)
+{
+    json_object* r = Object();
+    Put(r, "description", Text(description));
+    Put(r, "content", JsonContent(schema));
+    return r;
+}
+
+// ---- the status envelope ---------------------------------------------------
+
+// The envelope's variants by HTTP status, as FillResponseStatusParam makes them.
+struct StatusVariant {
+    long long code;
+    std::string text;
+    const char* meaning;
+    bool device;
+};
+
+std::map<unsigned, std::vector<StatusVariant>> EnvelopeByHttpStatus()
+{
+    std::map<unsigned, std::vector<StatusVariant>> by;
+    for (const ResultMeaning& r : kResults) {
+        const KXAPI_RESPONSE e = FillResponseStatusParam(nullptr, r.result);
+        by[static_cast<unsigned>(e.ullHttpStatus)].push_back({r.result, e.ResponseStatus.StatusString, r.meaning, false});
+    }
+    const KXAPI_RESPONSE device = FillResponseStatusParam(nullptr, kSomeDeviceCode);
+    by[static_cast<unsigned>(device.ullHttpStatus)].push_back(
+        {kSomeDeviceCode, device.ResponseStatus.StatusString, "the device's own error code", true});
+    return by;
+}
+
+// {"properties": {"ResponseStatus": {"properties": {"StatusCode": ..., "StatusString": ...}}}}
+json_object* StatusPair(json_object* code, const std::string& text)
+{
+    json_object* props = Object();
+    Put(props, "StatusCode", code);
+    json_object* textSchema = Object();
+    Put(textSchema, "const", Text(text));
+    Put(props, "StatusString", textSchema);
+    json_object* inner = Object();
+    Put(inner, "properties", props);
+    json_object* outerProps = Object();
+    Put(outerProps, "ResponseStatus", inner);
+    json_object* outer = Object();
+    Put(outer, "properties", outerProps);
+    return outer;
+}
+
+json_object* EnvelopeSchema(const std::vector<StatusVariant>& variants, std::string& description)
+{
+    json_object* oneOf = json_object_new_array();
+    for (const StatusVariant& v : variants) {
+        json_object* code = Object();
+        if (v.device) {
+            json_object* known = json_object_new_array();
+            for (const ResultMeaning& r : kResults) {
+                json_object_array_add(known, Integer(r.result));
+            }
+            json_object* notKnown = Object();
+            Put(notKnown, "enum", known);
+            Put(code, "type", Text("integer"));
+            Put(code, "not", notKnown);
+            description += "; any other StatusCode: " + std::string(v.meaning) + " (\"" + v.text + "\")";
+        } else {
+            Put(code, "const", Integer(v.code));
+            description += std::string(description.empty() ? "" : "; ") + "StatusCode " + std::to_string(v.code) +
+                           ": " + v.meaning + " (\"" + v.text + "\")";
+        }
+        json_object_array_add(oneOf, StatusPair(code, v.text));
+    }
+    json_object* variant = Object();
+    Put(variant, "oneOf", oneOf);
+    json_object* allOf = json_object_new_array();
+    json_object_array_add(allOf, Ref(std::string(kSchemas) + "ResponseStatus"));
+    json_object_array_add(allOf, variant);
+    json_object* schema = Object();
+    Put(schema, "allOf", allOf);
+    return schema;
+}
+
+// ---- the host's own refusals ------------------------------------------------
+
+json_object* HostErrorSchema()
+{
+    json_object* status = Object();
+    Put(status, "type", Text("integer"));
+    Put(status, "description", Text("the HTTP status"));
+    json_object* message = Object();
+    Put(message, "type", Text("string"));
+    json_object* props = Object();
+    Put(props, "status", status);
+    Put(props, "message", message);
+    json_object* error = Object();
+    Put(error, "type", Text("object"));
+    Put(error, "properties", props);
+    Put(error, "required", Texts({"status", "message"}));
+    Put(error, "additionalProperties", json_object_new_boolean(0));
+    json_object* outerProps = Object();
+    Put(outerProps, "error", error);
+    json_object* schema = Object();
+    Put(schema, "type", Text("object"));
+    Put(schema, "properties", outerProps);
+    Put(schema, "required", Texts({"error"}));
+    Put(schema, "additionalProperties", json_object_new_boolean(0));
+    Put(schema, "description", Text("a request the host answers itself, without calling a stage"));
+    return schema;
+}
+
+json_object* HostErrorResponse(unsigned status, const char* description, bool allow)
+{
+    json_object* statusConst = Object();
+    Put(statusConst, "const", Integer(status));
+    json_object* errorProps = Object();
+    Put(errorProps, "status", statusConst);
+    json_object* error = Object();
+    Put(error, "properties", errorProps);
+    json_object* props = Object();
+    Put(props, "error", error);
+    json_object* exact = Object();
+    Put(exact, "properties", props);
+    json_object* allOf = json_object_new_array();
+    json_object_array_add(allOf, Ref(std::string(kSchemas) + "HostError"));
+    json_object_array_add(allOf, exact);
+    json_object* schema = Object();
+    Put(schema, "allOf", allOf);
+    json_object* r = Response(description, schema);
+    if (allow) {
+        json_object* headerSchema = Object();
+        Put(headerSchema, "type", Text("string"));
+        json_object* header = Object();
+        Put(header, "description", Text("the methods the path takes, e.g. \"GET, PUT\""));
+        Put(header, "required", json_object_new_boolean(1));
+        Put(header, "schema", headerSchema);
+        json_object* headers = Object();
+        Put(headers, "Allow", header);
+        Put(r, "headers", headers);
+    }
+    return r;
+}
+
+// ---- a resource's operations ---------------------------------------------------
+
+long long ExampleChannel(ChannelRule rule) { return rule == ChannelRule::ThermalOnly ? ISP_THERMAL_CHANNEL : ISP_FIRST_CHANNEL; }
+
+json_object* ChannelParameter(const ResourceContract& c)
+{
+    json_object* schema = Object();
+    Put(schema, "type", Text("integer"));
+    std::string description;
+    switch (c.channel) {
+        case ChannelRule::NotRead:
+            description = "not read by this resource's stages: any value, or none, answers the same";
+            break;
+        case ChannelRule::NonNegative:
+            Put(schema, "minimum", Integer(0));
+            Put(schema, "maximum", Integer(INT32_MAX));
+            description = "a whole decimal number from 0 to 2147483647; a negative one is refused with StatusCode "
+                          "-1, an unreadable one (missing, too large, with '+', blanks or escapes) with 3";
+            break;
+        case ChannelRule::Unsigned:
+            Put(schema, "minimum", Integer(0));
+            Put(schema, "maximum", Integer(UINT32_MAX));
+            description = "a whole decimal number from 0 to 4294967295; an unreadable one (missing, negative, too "
+                          "large, with '+', blanks or escapes) is refused with StatusCode 3";
+            break;
+        case ChannelRule::ThermalOnly: {
+            json_object* values = json_object_new_array();
+            json_object_array_add(values, Integer(ISP_THERMAL_CHANNEL));
+            Put(schema, "enum", values);
+            description = "the thermal channel, 102, alone; another number is refused with StatusCode -1, an "
+                          "unreadable one with 3";
+            break;
+        }
+    }
+    if (c.channel != ChannelRule::NotRead) {
+        description += c.channelSelects ? ". The device's channel is ChannelId - 101: channels from 101 on, as many "
+                                          "as the device has (the profile's \"channels\")"
+                                        : ". Only checked: the device's values are the same for every ChannelId";
+    }
+    json_object* p = Object();
+    Put(p, "name", Text("ChannelId"));
+    Put(p, "in", Text("query"));
+    Put(p, "required", json_object_new_boolean(c.channel != ChannelRule::NotRead));
+    Put(p, "description", Text(description));
+    Put(p, "schema", schema);
+    if (c.channel != ChannelRule::NotRead) {
+        Put(p, "example", Integer(ExampleChannel(c.channel)));
+    }
+    json_object* list = json_object_new_array();
+    json_object_array_add(list, p);
+    return list;
+}
+
+json_object* Operation(const ResourceContract& c, bool put)
+{
+    json_object* op = Object();
+    Put(op, "operationId", Text(std::string(put ? "put" : "get") + c.name));
+    json_object* tags = json_object_new_array();
+    json_object_array_add(tags, Text(c.tag));
+    Put(op, "tags", tags);
+    Put(op, "summary", Text(std::string(put ? (c.schema != nullptr ? "Change: " : "") : "Read: ") + c.summary));
+    const char* note = put ? c.putNote : c.getNote;
+    if (note != nullptr) {
+        Put(op, "description", Text(note));
+    }
+    Put(op, "parameters", ChannelParameter(c));
+    if (put && c.schema != nullptr) {
+        json_object* body = Object();
+        Put(body, "description", Text("the members to change; every member is optional, the others keep the "
+                                      "device's values"));
+        Put(body, "required", json_object_new_boolean(1));
+        Put(body, "content", JsonContent(Ref(std::string(kSchemas) + c.name + "Change")));
+        Put(op, "requestBody", body);
+    }
+    json_object* responses = Object();
+    if (put) {
+        Put(responses, "200", Ref(std::string(kResponses) + "Status200"));
+    } else {
+        Put(responses, "200", Response("the device's current values", Ref(std::string(kSchemas) + c.name)));
+    }
+    for (const char* status : {"400", "404", "413", "414", "500", "503"}) {
+        Put(responses, status, Ref(std::string(kResponses) + "Status" + status));
+    }
+    Put(op, "responses", responses);
+    if (put && c.schema == nullptr) {
+        Put(op, "x-confirm", json_object_new_boolean(1));
+    }
+    if (c.device != nullptr) {
+        Put(op, "x-device", Text(c.device));
+    }
+    return op;
+}
+
+const ResourceRow* StageRow(const char* name)
+{
+    for (const ResourceRow& row : kResourceRows) {
+        if (std::string(row.name) == name) {
+            return &row;
+        }
+    }
+    return nullptr;
+}
+
+void AddResources(json_object* paths, json_object* schemas)
+{
+    for (const ResourceContract& c : ResourceContracts()) {
+        const ResourceRow* row = StageRow(c.name);
+        json_object* item = Object();
+        if (row != nullptr && (row->stages & kRunGet) != 0) {
+            Put(item, "get", Operation(c, false));
+        }
+        if (row != nullptr && (row->stages & kRunPut) != 0) {
+            Put(item, "put", Operation(c, true));
+        }
+        Put(paths, (std::string(kApiPrefix) + c.name).c_str(), item);
+        if (c.schema != nullptr) {
+            json_object* answer = c.schema(Walk{Form::Answer, &c.rules, ""});
+            Put(answer, "description", Text(c.summary));
+            Put(schemas, c.name, answer);
+            json_object* change = c.schema(Walk{Form::Change, &c.rules, ""});
+            Put(change, "description", Text(std::string(c.summary) + ", as a PUT names what it changes"));
+            Put(schemas, (std::string(c.name) + "Change").c_str(), change);
+        }
+    }
+}
+
+// Every operation of a path answers 413 and 414 before anything else.
+void AddHostLimits(json_object* paths)
+{
+    json_object_object_foreach(paths, path, item)
+    {
+        (void)path;
+        json_object_object_foreach(item, method, op)
+        {
+            (void)method;
+            json_object* responses = nullptr;
+            if (json_object_object_get_ex(op, "responses", &responses)) {
+                for (const char* status : {"413", "414"}) {
+                    if (!json_object_object_get_ex(responses, status, nullptr)) {
+                        Put(responses, status, Ref(std::string(kResponses) + "Status" + status));
+                    }
+                }
+            }
+        }
+    }
+}
+
+// Adds every member of the object `from` to `to`, in order.
+void AddAll(json_object* to, json_object* from)
+{
+    json_object_object_foreach(from, key, value)
+    {
+        Put(to, key, json_object_get(value));
+    }
+}
+
+json_object* Info()
+{
+    json_object* info = Object();
+    Put(info, "title", Text("ISP settings of the camera, on the development host"));
+    Put(info, "version", Text("1.0.0"));
+    Put(info, "description",
+        Text("The module's resources under /api/isp/, generated from the member tables the module encodes and "
+             "decodes with. A PUT changes only the members its body names. Numeric members also take a number of "
+             "another kind (a boolean as 0 or 1, a fraction cut toward zero, an integer keeping its low bits) and a "
+             "JSON null counts as absent; the document gives the kinds the module answers with. The host itself "
+             "answers a path it does not serve with 404 (components.responses.Status404) and a method a path does "
+             "not take with 405 and Allow (components.responses.Status405), without calling a stage. x-device "
+             "names the /_sim/ route of the device's values for the example ChannelId; x-confirm marks operations "
+             "that change the device without a body; x-capability-range names the Capability range that applies "
+             "to a number. See docs/DEVHOST.md."));
+    return info;
+}
+
+json_object* Build()
+{
+    json_object* doc = Object();
+    Put(doc, "openapi", Text("3.1.0"));
+    Put(doc, "info", Info());
+    json_object* tags = json_object_new_array();
+    for (const auto& tag : kTags) {
+        json_object* t = Object();
+        Put(t, "name", Text(tag[0]));
+        Put(t, "description", Text(tag[1]));
+        json_object_array_add(tags, t);
+    }
+    Put(doc, "tags", tags);
+
+    json_object* paths = Object();
+    json_object* schemas = Object();
+    AddResources(paths, schemas);
+    json_object* host = HostPaths();
+    AddAll(paths, json_object_object_get(host, "paths"));
+    AddHostLimits(paths);
+    Put(doc, "paths", paths);
+
+    MemberRules none;
+    json_object* envelope = RecordSchema<KXAPI_RESPONSE>(Walk{Form::Answer, &none, ""});
+    Put(envelope, "description", Text("the status envelope of a response without a settings record"));
+    Put(schemas, "ResponseStatus", envelope);
+    Put(schemas, "HostError", HostErrorSchema());
+    AddAll(schemas, json_object_object_get(host, "schemas"));
+
+    json_object* responses = Object();
+    for (const auto& [status, variants] : EnvelopeByHttpStatus()) {
+        std::string description;
+        json_object* schema = EnvelopeSchema(variants, description);
+        Put(responses, ("Status" + std::to_string(status)).c_str(), Response(description, schema));
+    }
+    Put(responses, "Status404",
+        HostErrorResponse(404, "no such path; or, under --allow-missing, a resource whose stages the module lacks",
+                          false));
+    Put(responses, "Status405", HostErrorResponse(405, "a method the path does not take", true));
+    Put(responses, "Status413", HostErrorResponse(413, "a body larger than 64 KiB", false));
+    Put(responses, "Status414",
+        HostErrorResponse(414, "a request target that does not fit the module's 1024-byte URL field", false));
+    Put(responses, "Status502", HostErrorResponse(502, "a simulator did not answer", false));
+    AddAll(responses, json_object_object_get(host, "responses"));
+    json_object* components = Object();
+    Put(components, "schemas", schemas);
+    Put(components, "responses", responses);
+    Put(components, "parameters", json_object_get(json_object_object_get(host, "parameters")));
+    Put(components, "requestBodies", json_object_get(json_object_object_get(host, "requestBodies")));
+    json_object_put(host);
+    Put(doc, "components", components);
+    return doc;
+}
+
+}  // namespace
+
+json_object* ApiDocument()
+{
+    static json_object* const doc = Build();
+    return doc;
+}
+
+const std::string& ApiDocumentText()
+{
+    static const std::string text =
+        json_object_to_json_string_ext(ApiDocument(), JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_NOSLASHESCAPE) +
+        std::string("\n");
+    return text;
+}
+
+}  // namespace devhost::contract

@@ -1,0 +1,161 @@
+#!/usr/bin/python3
+"""Checks that the API document is exactly as strict as the module, against a
+running development host: for every value set and limit the document gives a
+PUT body member or a ChannelId, generated from the document, the values in it
+are accepted and the values just outside are refused (StatusCode 4 for a body
+member, HTTP 400 for ChannelId), and a refused PUT leaves the device's values
+(x-device) as they were. Also checks that the host serves the document byte for
+byte. Exits 77 when the machine cannot run the host (no FUSE).
+
+usage: check_strictness.py DOCUMENT DEVHOST"""
+import json
+import subprocess
+import sys
+import urllib.error
+import urllib.request
+
+from api_document import ApiDocument
+
+REFUSED = 4
+
+
+class Host:
+    def __init__(self, executable):
+        self.process = subprocess.Popen([executable, "--listen", "127.0.0.1:0", "--log", "/dev/null"],
+                                        stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        self.port = None
+        for line in self.process.stdout:
+            if line.startswith("ispiaas-devhost: serving http://127.0.0.1:"):
+                self.port = int(line.split(":")[3].split("/")[0])
+                break
+        if self.port is None:
+            status = self.process.wait()
+            sys.exit(77 if status == 77 else f"the host did not start (exit {status})")
+
+    def call(self, method, target, body=None):
+        """HTTP status and the answer's text."""
+        request = urllib.request.Request(f"http://127.0.0.1:{self.port}{target}", method=method,
+                                         data=None if body is None else body.encode())
+        try:
+            with urllib.request.urlopen(request, timeout=30) as answer:
+                return answer.status, answer.read().decode()
+        except urllib.error.HTTPError as refused:
+            return refused.code, refused.read().decode()
+
+    def stop(self):
+        self.process.terminate()
+        self.process.wait()
+
+
+def body_at(pointer, value):
+    """A body that names only the member at the JSON pointer."""
+    body = value
+    for key in reversed(pointer.strip("/").split("/")):
+        body = {key: body}
+    return body
+
+
+def leaves(api, schema, pointer=""):
+    """(pointer, schema) of every member of a request schema that is not an object."""
+    schema = api.resolve(schema)
+    if schema.get("type") == "object":
+        for key, member in schema.get("properties", {}).items():
+            yield from leaves(api, member, f"{pointer}/{key}")
+    else:
+        yield pointer, schema
+
+
+def integer_cases(schema):
+    """(value, inside) for an integer's value set and limits."""
+    cases = []
+    if "enum" in schema:
+        inside = set(schema["enum"])
+        cases += [(v, True) for v in sorted(inside)]
+        cases += [(v, False) for v in sorted({n for v in inside for n in (v - 1, v + 1)} - inside)]
+    if "minimum" in schema:
+        cases += [(schema["minimum"], True), (schema["minimum"] - 1, False)]
+    if "maximum" in schema:
+        cases += [(schema["maximum"], True), (schema["maximum"] + 1, False)]
+    return cases
+
+
+def text_cases(schema):
+    """(text, inside, prior) for a text's length limit and count rule. `prior`, written first, leaves no counted
+    character behind the text in the device's field, whose whole length the count covers."""
+    rule = schema.get("x-min-count")
+    counted, count = (rule["character"], rule["count"]) if rule else ("", 0)
+    filler = "0" if counted != "0" else "2"
+    longest = schema.get("maxLength")
+    prior = counted * count + filler * (longest - count) if rule and longest else None
+    cases = []
+    if longest is not None:
+        cases += [(counted * count + filler * (longest - count), True, None),
+                  (counted * count + filler * (longest + 1 - count), False, None)]
+    if rule:
+        cases += [(counted * count, True, prior), (counted * (count - 1), False, prior)]
+    return cases
+
+
+def main(document, executable):
+    api = ApiDocument(document)
+    host = Host(executable)
+    failures, checked = [], 0
+    try:
+        with open(document, encoding="utf-8") as f:
+            if host.call("GET", "/openapi.json")[1] != f.read():
+                failures.append(f"GET /openapi.json differs from {document}: regenerate it with scripts/openapi")
+        for path, method, operation in api.api_operations():
+            channel = next((p for p in map(api.resolve, operation.get("parameters", []))
+                            if p["name"] == "ChannelId"), None)
+            example = f"?ChannelId={channel['example']}" if channel and "example" in channel else ""
+            body = "{}" if api.request_schema(operation) else None
+            device = operation.get("x-device")
+            if device and host.call("GET", device)[0] != 200:
+                failures.append(f"{method.upper()} {path}: x-device {device} is not a device route")
+
+            def expect(target, sent, inside, code, label, prior=None):
+                nonlocal checked
+                host.call("POST", "/_sim/reset")
+                if prior is not None and host.call(method.upper(), target, prior)[0] != 200:
+                    failures.append(f"{method.upper()} {path} {label}: the text written first was refused")
+                before = host.call("GET", device)[1] if device else None
+                status, text = host.call(method.upper(), target, sent)
+                got = json.loads(text).get("ResponseStatus", {}).get("StatusCode") if text.startswith("{") else None
+                ok = (status != 400 if inside else status == 400) if code is None else \
+                     (got == 0 if inside else got == code)
+                if ok and not inside and device and host.call("GET", device)[1] != before:
+                    failures.append(f"{method.upper()} {path} {label}: refused, but the device changed")
+                elif not ok:
+                    failures.append(f"{method.upper()} {path} {label}: {'in' if inside else 'outside'} the "
+                                    f"document, answered HTTP {status}, StatusCode {got}")
+                checked += 1
+
+            if channel and channel.get("required"):
+                for value, inside in integer_cases(channel["schema"]):
+                    expect(f"{path}?ChannelId={value}", body, inside, None, f"ChannelId={value}")
+                expect(path, body, False, None, "without ChannelId")
+            schema = api.request_schema(operation)
+            if schema is None:
+                continue
+            for pointer, member in leaves(api, schema):
+                cases = []
+                if member.get("type") == "integer":
+                    cases = [(v, inside, None) for v, inside in integer_cases(member)]
+                elif member.get("type") == "string":
+                    cases = text_cases(member)
+                for value, inside, prior in cases:
+                    prior_body = None if prior is None else json.dumps(body_at(pointer, prior))
+                    label = f"{pointer}={value if len(str(value)) < 20 else f'<{len(value)} characters>'}"
+                    expect(path + example, json.dumps(body_at(pointer, value)), inside, REFUSED, label, prior_body)
+    finally:
+        host.stop()
+    for failure in failures:
+        print(failure)
+    print(f"{checked} values at and beyond the document's value sets and limits: {len(failures)} disagreements")
+    return 1 if failures or checked == 0 else 0
+
+
+if __name__ == "__main__":
+    if len(sys.argv) != 3:
+        sys.exit(__doc__)
+    sys.exit(main(sys.argv[1], sys.argv[2]))
