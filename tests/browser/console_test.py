@@ -215,6 +215,17 @@ class Checks:
         self.thermal = self.resources["Thermal"]
         self.thermal_block = self.thermal["device"] or "/_sim/isp/25/2"
 
+    def console_files_served_with_their_types(self):
+        for path, kind in (("/", "text/html"), ("/console/main.js", "text/javascript"),
+                           ("/console/style.css", "text/css")):
+            with urllib.request.urlopen(self.host.url + path, timeout=WAIT_S) as response:
+                assert response.headers.get_content_type() == kind, f"{path}: {response.headers['Content-Type']}"
+        for method, path, status in (("GET", "/console/../CMakeLists.txt", 404), ("GET", "/console/nothing.js", 404),
+                                     ("PUT", "/", 405)):
+            got, body = self.host.call(method, path, "{}" if method == "PUT" else None)
+            assert got == status and list(body) == ["error"] and body["error"]["status"] == status, \
+                f"{method} {path}: {got} {body}"
+
     def opens_with_every_group_and_resource(self):
         c = self.console
         tags = [t["name"] for t in self.doc["tags"] if any(r["tag"] == t["name"] for r in self.resources.values())]
@@ -398,6 +409,7 @@ class Checks:
 
 
 CHECKS = [
+    Checks.console_files_served_with_their_types,
     Checks.opens_with_every_group_and_resource,
     Checks.brightness_applied_changes_exactly_its_word_and_logs,
     Checks.value_outside_its_set_is_refused_and_changes_nothing,

@@ -158,7 +158,6 @@ const FailureCase kFailureCases[] = {
     {"ConsoleFileOutsideItsFolder", "GET", "/console/../CMakeLists.txt", "", 404},
     {"ConsoleFileInASubfolder", "GET", "/console/sub/api.js", "", 404},
     {"ConsoleFileOfAnUnservedKind", "GET", "/console/index.htm", "", 404},
-    {"PutToTheConsole", "PUT", "/", "{}", 405},
     {"PostToAResource", "POST", "/api/isp/Thermal?ChannelId=102", "{}", 405},
     {"GetOfAReset", "GET", "/api/isp/ResetThermal?ChannelId=102", "", 405},
     {"PutOfAGetOnlyResource", "PUT", "/api/isp/FakeRatio", "{}", 405},
