@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "api_document.h"
+#include "console_files.h"
 #include "stage_runner.h"
 
 namespace devhost {
@@ -44,7 +45,7 @@ MHD_Result Send(MHD_Connection* connection, const HttpReply& reply)
     if (response == nullptr) {
         return MHD_NO;
     }
-    MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, "application/json");
+    MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, reply.contentType.c_str());
     if (!reply.allow.empty()) {
         MHD_add_response_header(response, MHD_HTTP_HEADER_ALLOW, reply.allow.c_str());
     }
@@ -94,7 +95,7 @@ std::optional<HttpReply> Refusal(const HostParts& parts, const std::string& path
         length != nullptr && std::strtoull(length, nullptr, 10) > kBodyLimit) {
         return ErrorReply(413, "the body is larger than " + std::to_string(kBodyLimit) + " bytes");
     }
-    if (path.rfind(kSimPrefix, 0) == 0) {
+    if (path.rfind(kSimPrefix, 0) == 0 || IsConsolePath(path)) {
         return std::nullopt;
     }
     if (path == contract::kDocumentPath && method != MHD_HTTP_METHOD_GET) {
@@ -189,6 +190,9 @@ MHD_Result Access(void* cls, MHD_Connection* connection, const char* url, const 
     if (path.rfind(kSimPrefix, 0) == 0) {
         return Send(connection,
                     HandleSimRoute(front->Parts(), method, path.substr(std::strlen(kSimPrefix)), state->body));
+    }
+    if (IsConsolePath(path)) {
+        return Send(connection, ConsoleFile(method, path));
     }
     return Send(connection,
                 RunResource(front->Parts(), connection, path, std::strcmp(method, MHD_HTTP_METHOD_PUT) == 0, *state));

@@ -1,5 +1,6 @@
 // The development host's HTTP front: the module's resources under
-// "/api/isp/<Resource>", the simulators' inspection and faults under "/_sim/".
+// "/api/isp/<Resource>", the simulators' inspection and faults under "/_sim/",
+// the console at "/".
 #ifndef DEVHOST_HTTP_FRONT_H
 #define DEVHOST_HTTP_FRONT_H
 
@@ -30,6 +31,7 @@ struct HttpReply {
     unsigned status = 200;
     std::string body;
     std::string allow;  // the Allow header of a 405
+    std::string contentType = "application/json";
 };
 
 // A JSON error body: {"error": {"status", "message"}}.

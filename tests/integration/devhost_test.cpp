@@ -155,6 +155,9 @@ struct FailureCase {
 const FailureCase kFailureCases[] = {
     {"UnknownResource", "GET", "/api/isp/Nothing?ChannelId=101", "", 404},
     {"OutsideTheApi", "GET", "/index.html", "", 404},
+    {"ConsoleFileOutsideItsFolder", "GET", "/console/../CMakeLists.txt", "", 404},
+    {"ConsoleFileInASubfolder", "GET", "/console/sub/api.js", "", 404},
+    {"ConsoleFileOfAnUnservedKind", "GET", "/console/index.htm", "", 404},
     {"PostToAResource", "POST", "/api/isp/Thermal?ChannelId=102", "{}", 405},
     {"GetOfAReset", "GET", "/api/isp/ResetThermal?ChannelId=102", "", 405},
     {"PutOfAGetOnlyResource", "PUT", "/api/isp/FakeRatio", "{}", 405},

@@ -1,0 +1,83 @@
+#include "console_files.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+
+namespace devhost {
+
+namespace {
+
+constexpr const char* kConsolePrefix = "/console/";
+
+struct FileKind {
+    const char* extension;
+    const char* contentType;
+};
+
+// JavaScript modules load only with a JavaScript type.
+constexpr FileKind kFileKinds[] = {
+    {".html", "text/html; charset=utf-8"},
+    {".css", "text/css; charset=utf-8"},
+    {".js", "text/javascript; charset=utf-8"},
+    {".json", "application/json"},
+    {".svg", "image/svg+xml"},
+    {".png", "image/png"},
+};
+
+const char* ContentType(const std::string& name)
+{
+    for (const FileKind& kind : kFileKinds) {
+        const size_t len = std::strlen(kind.extension);
+        if (name.size() > len && name.compare(name.size() - len, len, kind.extension) == 0) {
+            return kind.contentType;
+        }
+    }
+    return nullptr;
+}
+
+// A plain file name: letters, digits, '-', '_' and one '.', which may not lead.
+bool PlainName(const std::string& name)
+{
+    const bool charsOk = std::all_of(name.begin(), name.end(), [](unsigned char c) {
+        return std::isalnum(c) != 0 || c == '-' || c == '_' || c == '.';
+    });
+    return charsOk && !name.empty() && name[0] != '.' && std::count(name.begin(), name.end(), '.') == 1;
+}
+
+}  // namespace
+
+std::string ConsoleDirectory()
+{
+    return ISPIAAS_CONSOLE_DIR;
+}
+
+bool IsConsolePath(const std::string& path)
+{
+    return path == "/" || path.rfind(kConsolePrefix, 0) == 0;
+}
+
+HttpReply ConsoleFile(const std::string& method, const std::string& path)
+{
+    if (method != "GET" && method != "HEAD") {
+        HttpReply reply = ErrorReply(405, path + " takes GET, not " + method);
+        reply.allow = "GET";
+        return reply;
+    }
+    const std::string name = path == "/" ? "index.html" : path.substr(std::strlen(kConsolePrefix));
+    const char* contentType = ContentType(name);
+    if (!PlainName(name) || contentType == nullptr) {
+        return ErrorReply(404, "no console file at " + path);
+    }
+    std::ifstream in(ConsoleDirectory() + "/" + name, std::ios::binary);
+    if (!in) {
+        return ErrorReply(404, "no console file at " + path);
+    }
+    HttpReply reply{200, std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()), ""};
+    reply.contentType = contentType;
+    return reply;
+}
+
+}  // namespace devhost
