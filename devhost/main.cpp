@@ -32,7 +32,7 @@ namespace {
 
 // Exit statuses besides 0 and 1.
 constexpr int kExitUsage = 2;
-constexpr int kExitNoFuse = 77;
+constexpr int kExitUnsupported = 77;  // the machine lacks what the host needs
 
 struct Options {
     std::string address = "127.0.0.1";
@@ -215,10 +215,10 @@ int Run(int argc, char** argv)
         return Fail(kExitUsage, "cannot open the log file " + o.log);
     }
     if (!FuseAvailable(error)) {
-        return Fail(kExitNoFuse, error);
+        return Fail(kExitUnsupported, error);
     }
-    if (!EnterPrivateMounts(error)) {
-        return Fail(1, error);
+    if (const Isolation isolation = EnterPrivateMounts(error); isolation != Isolation::kEntered) {
+        return Fail(isolation == Isolation::kForbidden ? kExitUnsupported : 1, error);
     }
     SetDeviceAbilityProfile(&image.ability);
     SharedSequence();

@@ -80,7 +80,7 @@ HttpResult DevhostProcess::Request(const std::string& method, const std::string&
     return {std::atoi(answer.c_str() + 9), answer.substr(headEnd + 4)};
 }
 
-DevhostProcess::DevhostProcess(std::vector<const char*> argv)
+DevhostProcess::DevhostProcess(std::vector<const char*> argv, const std::function<bool()>& enter)
 {
     argv.insert(argv.begin(), {ISPIAAS_DEVHOST_PATH, "--listen", "127.0.0.1:0", "--log", "/dev/null"});
     argv.push_back(nullptr);
@@ -92,6 +92,9 @@ DevhostProcess::DevhostProcess(std::vector<const char*> argv)
     if (pid_ == 0) {
         dup2(out[1], STDOUT_FILENO);
         dup2(out[1], STDERR_FILENO);
+        if (enter && !enter()) {
+            _exit(126);
+        }
         execv(argv[0], const_cast<char* const*>(argv.data()));
         _exit(127);
     }

@@ -5,6 +5,7 @@
 #include <sys/types.h>
 
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -25,8 +26,9 @@ std::vector<std::string> JsonRows(const std::string& json, const std::string& po
 class DevhostProcess {
 public:
     // Starts the built host on a free port with its log thrown away, plus
-    // `args`. Waits until it serves or has ended.
-    explicit DevhostProcess(std::vector<const char*> args = {});
+    // `args`; `enter`, when given, runs in the child before the host starts
+    // (failing: exit status 126). Waits until it serves or has ended.
+    explicit DevhostProcess(std::vector<const char*> args = {}, const std::function<bool()>& enter = {});
     ~DevhostProcess() { Stop(); }
 
     bool Serving() const { return port_ != 0; }
@@ -49,7 +51,8 @@ private:
     std::unique_ptr<FILE, void (*)(FILE*)> outputPipe_{nullptr, [](FILE* f) { std::fclose(f); }};
 };
 
-// The exit status with which the host says that the machine has no FUSE.
-inline constexpr int kDevhostNoFuse = 77;
+// The exit status with which the host says that the machine lacks what it
+// needs: FUSE, or a private mount namespace.
+inline constexpr int kDevhostUnsupported = 77;
 
 #endif  // TESTS_DEVHOST_PROCESS_H

@@ -9,9 +9,11 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <optional>
 #include <thread>
 
 #include "devhost_process.h"
+#include "scratch_root.h"
 
 namespace {
 
@@ -40,8 +42,8 @@ protected:
     void SetUp() override
     {
         host_ = Start({}, "");
-        if (host_->ExitStatus() == kDevhostNoFuse) {
-            GTEST_SKIP() << "no FUSE on this machine: " << host_->Output();
+        if (host_->ExitStatus() == kDevhostUnsupported) {
+            GTEST_SKIP() << "the machine does not let the host run: " << host_->Output();
         }
         ASSERT_TRUE(host_->Serving()) << "exit " << host_->ExitStatus() << ": " << host_->Output();
     }
@@ -292,20 +294,59 @@ TEST_F(Devhost, ConcurrentClientsGetConsistentAnswers)
 
 // ---- start and stop --------------------------------------------------------
 
-TEST_F(Devhost, KeepsItsMountsPrivateAndLeavesNothingBehind)
+// Where the host runs: on the machine itself, or in a chroot whose root is a
+// directory inside a shared mount (where "/" is no mount point).
+struct PlaceCase {
+    const char* name;
+    bool chroot;
+    friend std::ostream& operator<<(std::ostream& os, const PlaceCase& c) { return os << c.name; }
+};
+
+const PlaceCase kPlaces[] = {{"WholeMachine", false}, {"Chroot", true}};
+
+class Place : public TestWithParam<PlaceCase> {};
+
+TEST_P(Place, ServesKeepsItsMountsPrivateAndLeavesNothingBehind)
 {
-    for (const char* inside : {"/mnt/srvfs/isp.iaas.qtn", "/tmp/A"}) {
-        EXPECT_NE(access(inside, F_OK), 0) << inside << " is visible outside the host's namespace";
+    std::optional<ScratchRoot> root;
+    std::function<bool()> enter;
+    pid_t outsider = getpid();  // a process that sees the mounts around the host's root
+    std::string outside;        // the host's root as the outsider sees it
+    if (GetParam().chroot) {
+        root.emplace();
+        if (!root->Problem().empty()) {
+            GTEST_SKIP() << root->Problem();
+        }
+        enter = [&root] { return root->Enter(); };
+        outsider = root->Holder();
+        outside = root->Outside();
     }
-    const std::string pid = std::to_string(host_->Pid());
+    const std::vector<std::string> before = MountTable(outsider);
+    DevhostProcess host({}, enter);
+    if (host.ExitStatus() == kDevhostUnsupported) {
+        GTEST_SKIP() << "the machine does not let the host run: " << host.Output();
+    }
+    ASSERT_TRUE(host.Serving()) << "exit " << host.ExitStatus() << ": " << host.Output();
+    EXPECT_EQ(host.Request("GET", "/api/isp/FakeRatio").status, 200);
+    EXPECT_EQ(host.Request("PUT", "/api/isp/ExtreColor?ChannelId=101", R"({"fusionStrength": 70})").status, 200);
+
+    EXPECT_THAT(MountTable(host.Pid()), IsSupersetOf({"/tmp tmpfs ispiaas-tmp", "/mnt tmpfs ispiaas-mnt"}));
+    EXPECT_EQ(MountTable(outsider), before);
+    for (const char* inside : {"/mnt/srvfs/isp.iaas.qtn", "/tmp/A"}) {
+        EXPECT_NE(access((outside + inside).c_str(), F_OK), 0) << inside << " is visible outside the host's namespace";
+    }
+    const std::string pid = std::to_string(host.Pid());
     std::ifstream children("/proc/" + pid + "/task/" + pid + "/children");
     const std::vector<pid_t> simulators{std::istream_iterator<pid_t>(children), {}};
     EXPECT_EQ(simulators.size(), 2u);
-    EXPECT_EQ(host_->Stop(), 0);
+    EXPECT_EQ(host.Stop(), 0);
     for (pid_t child : simulators) {
         EXPECT_NE(kill(child, 0), 0) << "simulator " << child << " still runs";
     }
+    EXPECT_EQ(MountTable(outsider), before);
 }
+
+INSTANTIATE_TEST_SUITE_P(StartAndStop, Place, ValuesIn(kPlaces), kCaseName);
 
 TEST_F(Devhost, ProfileFileReplacesTheDefaultsItNames)
 {
