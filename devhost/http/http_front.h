@@ -15,6 +15,8 @@ struct MHD_Daemon;
 
 namespace devhost {
 
+class AccessGate;
+
 inline constexpr size_t kBodyLimit = 64 * 1024;
 inline constexpr const char* kApiPrefix = "/api/isp/";
 inline constexpr const char* kSimPrefix = "/_sim/";
@@ -24,12 +26,14 @@ struct HostParts {
     LinkClient* isp = nullptr;
     LinkClient* control = nullptr;
     LogTap* log = nullptr;
+    const AccessGate* access = nullptr;  // null: every request may go on
 };
 
 struct HttpReply {
     unsigned status = 200;
     std::string body;
     std::string allow;  // the Allow header of a 405
+    std::vector<std::pair<std::string, std::string>> headers = {};  // further headers
 };
 
 // A JSON error body: {"error": {"status", "message"}}.

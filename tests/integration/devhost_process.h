@@ -13,6 +13,10 @@
 struct HttpResult {
     int status = 0;  // 0 when no answer came
     std::string body;
+    std::string head;  // the status line and the headers
+
+    // The value of a header of the answer, or "<missing>".
+    std::string Header(const std::string& name) const;
 };
 
 // The value at a JSON pointer ("/a/0/b") of a JSON text, as compact JSON
@@ -37,8 +41,11 @@ public:
     const std::string& Output() const { return output_; }
 
     pid_t Pid() const { return pid_; }
-    // One request with "Connection: close" and the body's Content-Length.
-    HttpResult Request(const std::string& method, const std::string& target, const std::string& body = "") const;
+    unsigned short Port() const { return port_; }
+    // One request with "Connection: close", the body's Content-Length and
+    // `headers` (lines without their end).
+    HttpResult Request(const std::string& method, const std::string& target, const std::string& body = "",
+                       const std::vector<std::string>& headers = {}) const;
     // SIGTERM, then the exit status.
     int Stop();
 
