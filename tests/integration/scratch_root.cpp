@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -86,6 +87,14 @@ ScratchRoot::ScratchRoot()
     char dir[] = "/tmp/ispiaas-root-XXXXXX";
     if (geteuid() != 0) {
         problem_ = "a chroot needs root";
+        return;
+    }
+    // Inside a chroot the root is no mount point either: the host started
+    // on the "whole machine" is then the chrooted host, with the mounts
+    // around it as they are.
+    const std::vector<std::string> mounts = MountTable(getpid());
+    if (std::none_of(mounts.begin(), mounts.end(), [](const std::string& m) { return m.rfind("/ ", 0) == 0; })) {
+        problem_ = "the tests run in a chroot already";
         return;
     }
     if (mkdtemp(dir) == nullptr) {
