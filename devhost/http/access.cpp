@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <microhttpd.h>
+#include <strings.h>
 #include <sys/random.h>
 
 #include <algorithm>
@@ -14,6 +15,7 @@ namespace devhost {
 
 namespace {
 
+constexpr size_t kMinTokenLength = 16;
 constexpr size_t kRandomTokenBytes = 32;  // 256 bits, 43 characters
 constexpr std::string_view kTokenParameter = "token=";
 constexpr std::string_view kBearer = "Bearer ";
@@ -173,8 +175,9 @@ std::optional<HttpReply> AccessGate::Answer(MHD_Connection* connection, const ch
     }
     if (const char* authorization =
             MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_AUTHORIZATION)) {
-        const std::string_view text = authorization;
-        if (text.substr(0, kBearer.size()) == kBearer && SameToken(text.substr(kBearer.size()), token_)) {
+        // The scheme's name is case-insensitive.
+        if (strncasecmp(authorization, kBearer.data(), kBearer.size()) == 0 &&
+            SameToken(authorization + kBearer.size(), token_)) {
             return std::nullopt;
         }
         return Unauthorized("the Authorization header does not carry this host's access token");

@@ -14,8 +14,6 @@ struct MHD_Connection;
 
 namespace devhost {
 
-inline constexpr size_t kMinTokenLength = 16;
-
 class AccessGate {
 public:
     // The gate for a host listening on `address`: a token is needed beyond
