@@ -7,13 +7,20 @@
 
 namespace devhost {
 
+// How an attempt to isolate the host ended.
+enum class Isolation {
+    kEntered,
+    kForbidden,  // the machine allows no private mount namespace to this process
+    kFailed,
+};
+
 // Moves the calling process (single-threaded still) into a private mount
 // namespace - as root directly, otherwise through a user namespace - with
 // empty memory file systems over /tmp and /mnt and the directory
-// /mnt/srvfs. Mounts made there are never seen outside, and go when the
-// last process in the namespace ends. False with `error` saying what is
-// needed when the machine does not allow it.
-bool EnterPrivateMounts(std::string& error);
+// /mnt/srvfs. Works on a whole machine and inside a chroot alike. Mounts
+// made there are never seen outside, and go when the last process in the
+// namespace ends. Unless entered, `error` says what is missing or failed.
+Isolation EnterPrivateMounts(std::string& error);
 
 // True when /dev/fuse can be opened; otherwise `error` says why.
 bool FuseAvailable(std::string& error);

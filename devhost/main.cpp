@@ -18,6 +18,7 @@
 #include <thread>
 
 #include "ability.h"
+#include "access.h"
 #include "api_document.h"
 #include "control_sim.h"
 #include "http_front.h"
@@ -33,7 +34,7 @@ namespace {
 
 // Exit statuses besides 0 and 1.
 constexpr int kExitUsage = 2;
-constexpr int kExitNoFuse = 77;
+constexpr int kExitUnsupported = 77;  // the machine lacks what the host needs
 
 struct Options {
     std::string address = "127.0.0.1";
@@ -42,16 +43,21 @@ struct Options {
     std::string profile;
     std::string log;
     bool allowMissing = false;
+    std::string token;
+    bool noToken = false;
 };
 
 const char kUsage[] =
     "usage: ispiaas-devhost [--listen ADDR:PORT] [--module PATH] [--profile FILE] [--log FILE]\n"
-    "                       [--allow-missing] [--print-profile] [--print-openapi]\n"
+    "                       [--allow-missing] [--token TEXT | --no-token] [--print-profile]\n"
+    "                       [--print-openapi]\n"
     "  --listen ADDR:PORT  where to serve HTTP (default 127.0.0.1:8080; port 0 takes a free one)\n"
     "  --module PATH       the module to load (default " ISPIAAS_DEFAULT_MODULE ")\n"
     "  --profile FILE      a JSON device profile; its values replace the embedded default's\n"
     "  --log FILE          write the diagnostic and operation-log lines there instead of stdout\n"
     "  --allow-missing     serve the resources whose stages all exist instead of refusing to start\n"
+    "  --token TEXT        the access token every request needs (default beyond loopback: a random one)\n"
+    "  --no-token          no access token, even beyond loopback: open to the network\n"
     "  --print-profile     print the embedded default profile and exit\n"
     "  --print-openapi     print the API document (served at /openapi.json) and exit\n";
 
@@ -94,6 +100,10 @@ int ParseOptions(int argc, char** argv, Options& o)
             return -1;
         } else if (arg == "--allow-missing") {
             o.allowMissing = true;
+        } else if (arg == "--no-token") {
+            o.noToken = true;
+        } else if (arg == "--token" && hasValue) {
+            o.token = argv[++i];
         } else if (arg == "--listen" && hasValue) {
             if (!ParseListen(argv[++i], o)) {
                 return Fail(kExitUsage, std::string("--listen takes ADDR:PORT, not ") + argv[i]);
@@ -174,12 +184,23 @@ bool ReadFile(const std::string& path, std::string& text)
     return true;
 }
 
-void PrintBanner(const Options& o, uint16_t port)
+void PrintBanner(const Options& o, uint16_t port, const AccessGate& gate)
 {
-    std::printf("ispiaas-devhost: serving http://%s:%u/ (module %s, profile %s)\n", o.address.c_str(), port,
-                o.module.c_str(), o.profile.empty() ? "embedded default" : o.profile.c_str());
-    std::printf("  try: curl 'http://%s:%u/api/isp/Thermal?ChannelId=102'\n", o.address.c_str(), port);
-    std::printf("       curl 'http://%s:%u/_sim/journal'\n", o.address.c_str(), port);
+    if (gate.OpenToTheNetwork()) {
+        std::printf("ispiaas-devhost: warning: --no-token: open to the network, anyone who reaches %s:%u may use "
+                    "every resource and /_sim/ route\n",
+                    o.address.c_str(), port);
+    }
+    const std::string& token = gate.Token();
+    const std::string query = token.empty() ? "" : "?token=" + token;
+    const std::string curl = token.empty() ? "curl" : "curl -H 'Authorization: Bearer " + token + "'";
+    std::printf("ispiaas-devhost: serving http://%s:%u/%s (module %s, profile %s)\n", o.address.c_str(), port,
+                query.c_str(), o.module.c_str(), o.profile.empty() ? "embedded default" : o.profile.c_str());
+    if (!token.empty()) {
+        std::printf("  every request needs the access token: open the URL above, or send it as a bearer token\n");
+    }
+    std::printf("  try: %s 'http://%s:%u/api/isp/Thermal?ChannelId=102'\n", curl.c_str(), o.address.c_str(), port);
+    std::printf("       %s 'http://%s:%u/_sim/journal'\n", curl.c_str(), o.address.c_str(), port);
     std::printf("  stop with Ctrl-C\n");
     std::fflush(stdout);
 }
@@ -197,6 +218,10 @@ int Run(int argc, char** argv)
     }
     DeviceImage image;
     std::string error;
+    AccessGate gate;
+    if (!gate.Configure(o.address, o.token, o.noToken, error)) {
+        return Fail(kExitUsage, error);
+    }
     if (!LoadProfile(profileText, image, error)) {
         return Fail(kExitUsage, o.profile + ": " + error);
     }
@@ -220,10 +245,10 @@ int Run(int argc, char** argv)
         return Fail(kExitUsage, "cannot open the log file " + o.log);
     }
     if (!FuseAvailable(error)) {
-        return Fail(kExitNoFuse, error);
+        return Fail(kExitUnsupported, error);
     }
-    if (!EnterPrivateMounts(error)) {
-        return Fail(1, error);
+    if (const Isolation isolation = EnterPrivateMounts(error); isolation != Isolation::kEntered) {
+        return Fail(isolation == Isolation::kForbidden ? kExitUnsupported : 1, error);
     }
     SetDeviceAbilityProfile(&image.ability);
     SharedSequence();
@@ -249,6 +274,7 @@ int Run(int argc, char** argv)
     parts.control = &controlLink;
     LogTap tap(out);
     parts.log = &tap;
+    parts.access = &gate;
     HttpFront front(parts);
     int status = 0;
     Json ping(json_object_new_object());
@@ -261,7 +287,7 @@ int Run(int argc, char** argv)
     } else if (!front.Start(o.address, o.port, error)) {
         status = Fail(1, error);
     } else {
-        PrintBanner(o, front.Port());
+        PrintBanner(o, front.Port(), gate);
         for (;;) {
             int sig = 0;
             sigwait(&signals, &sig);

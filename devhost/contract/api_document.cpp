@@ -177,7 +177,13 @@ json_object* HostErrorSchema()
     return schema;
 }
 
-json_object* HostErrorResponse(unsigned status, const char* description, bool allow)
+// A host refusal; `header` names a header it always carries, with what it holds.
+struct RefusalHeader {
+    const char* name;
+    const char* description;
+};
+
+json_object* HostErrorResponse(unsigned status, const char* description, const RefusalHeader* with = nullptr)
 {
     json_object* statusConst = Object();
     Put(statusConst, "const", Integer(status));
@@ -195,17 +201,39 @@ json_object* HostErrorResponse(unsigned status, const char* description, bool al
     json_object* schema = Object();
     Put(schema, "allOf", allOf);
     json_object* r = Response(description, schema);
-    if (allow) {
+    if (with != nullptr) {
         json_object* headerSchema = Object();
         Put(headerSchema, "type", Text("string"));
         json_object* header = Object();
-        Put(header, "description", Text("the methods the path takes, e.g. \"GET, PUT\""));
+        Put(header, "description", Text(with->description));
         Put(header, "required", json_object_new_boolean(1));
         Put(header, "schema", headerSchema);
         json_object* headers = Object();
-        Put(headers, "Allow", header);
+        Put(headers, with->name, header);
         Put(r, "headers", headers);
     }
+    return r;
+}
+
+// The answer to a GET whose query carries the access token: no content, the
+// same target without the token, and the cookie that carries it from then on.
+json_object* TokenRedirect()
+{
+    json_object* headers = Object();
+    for (const auto& [name, description] :
+         {std::pair{"Location", "the request target without its token parameter"},
+          std::pair{"Set-Cookie", "ispiaas-token-PORT=TOKEN; HttpOnly; SameSite=Strict; Path=/"}}) {
+        json_object* schema = Object();
+        Put(schema, "type", Text("string"));
+        json_object* header = Object();
+        Put(header, "description", Text(description));
+        Put(header, "required", json_object_new_boolean(1));
+        Put(header, "schema", schema);
+        Put(headers, name, header);
+    }
+    json_object* r = Object();
+    Put(r, "description", Text("a GET whose query carries the host's access token (token=): taken, set as a cookie"));
+    Put(r, "headers", headers);
     return r;
 }
 
@@ -345,7 +373,8 @@ void AddResources(json_object* paths, json_object* schemas)
     }
 }
 
-// Every operation of a path answers 413 and 414 before anything else.
+// Every operation of a path answers 401, 413 and 414 before anything else, and
+// a GET 303 when its query carries the access token.
 void AddHostLimits(json_object* paths)
 {
     json_object_object_foreach(paths, path, item)
@@ -353,11 +382,11 @@ void AddHostLimits(json_object* paths)
         (void)path;
         json_object_object_foreach(item, method, op)
         {
-            (void)method;
             json_object* responses = nullptr;
             if (json_object_object_get_ex(op, "responses", &responses)) {
-                for (const char* status : {"413", "414"}) {
-                    if (!json_object_object_get_ex(responses, status, nullptr)) {
+                for (const char* status : {"303", "401", "413", "414"}) {
+                    if ((status[0] != '3' || std::string(method) == "get") &&
+                        !json_object_object_get_ex(responses, status, nullptr)) {
                         Put(responses, status, Ref(std::string(kResponses) + "Status" + status));
                     }
                 }
@@ -430,12 +459,20 @@ json_object* Build()
     }
     Put(responses, "Status404",
         HostErrorResponse(404, "no such path; or, under --allow-missing, a resource whose stages the module lacks",
-                          false));
-    Put(responses, "Status405", HostErrorResponse(405, "a method the path does not take", true));
-    Put(responses, "Status413", HostErrorResponse(413, "a body larger than 64 KiB", false));
+                          nullptr));
+    const RefusalHeader allow{"Allow", "the methods the path takes, e.g. \"GET, PUT\""};
+    const RefusalHeader bearer{"WWW-Authenticate", "the scheme the token is given in: \"Bearer\""};
+    Put(responses, "Status401",
+        HostErrorResponse(401,
+                          "a host listening beyond loopback (or given --token) refuses a request without its access "
+                          "token (Authorization: Bearer, or the cookie that GET /?token= sets)",
+                          &bearer));
+    Put(responses, "Status303", TokenRedirect());
+    Put(responses, "Status405", HostErrorResponse(405, "a method the path does not take", &allow));
+    Put(responses, "Status413", HostErrorResponse(413, "a body larger than 64 KiB"));
     Put(responses, "Status414",
-        HostErrorResponse(414, "a request target that does not fit the module's 1024-byte URL field", false));
-    Put(responses, "Status502", HostErrorResponse(502, "a simulator did not answer", false));
+        HostErrorResponse(414, "a request target that does not fit the module's 1024-byte URL field"));
+    Put(responses, "Status502", HostErrorResponse(502, "a simulator did not answer"));
     AddAll(responses, json_object_object_get(host, "responses"));
     json_object* components = Object();
     Put(components, "schemas", schemas);
@@ -443,6 +480,22 @@ json_object* Build()
     Put(components, "parameters", json_object_get(json_object_object_get(host, "parameters")));
     Put(components, "requestBodies", json_object_get(json_object_object_get(host, "requestBodies")));
     json_object_put(host);
+    // The token is asked for only beyond loopback: no requirement ({}) or the bearer token.
+    json_object* bearerScheme = Object();
+    Put(bearerScheme, "type", Text("http"));
+    Put(bearerScheme, "scheme", Text("bearer"));
+    Put(bearerScheme, "description",
+        Text("the host's access token, needed when it listens beyond loopback; the cookie that GET /?token= sets "
+             "carries it too"));
+    json_object* schemes = Object();
+    Put(schemes, "accessToken", bearerScheme);
+    Put(components, "securitySchemes", schemes);
+    json_object* tokenRequirement = Object();
+    Put(tokenRequirement, "accessToken", json_object_new_array());
+    json_object* security = json_object_new_array();
+    json_object_array_add(security, Object());
+    json_object_array_add(security, tokenRequirement);
+    Put(doc, "security", security);
     Put(doc, "components", components);
     return doc;
 }

@@ -5,6 +5,7 @@
 
 #include <cstring>
 
+#include "access.h"
 #include "api_document.h"
 #include "console_files.h"
 #include "stage_runner.h"
@@ -48,6 +49,9 @@ MHD_Result Send(MHD_Connection* connection, const HttpReply& reply)
     MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, reply.contentType.c_str());
     if (!reply.allow.empty()) {
         MHD_add_response_header(response, MHD_HTTP_HEADER_ALLOW, reply.allow.c_str());
+    }
+    for (const auto& [name, value] : reply.headers) {
+        MHD_add_response_header(response, name.c_str(), value.c_str());
     }
     const MHD_Result rc = MHD_queue_response(connection, reply.status, response);
     MHD_destroy_response(response);
@@ -165,6 +169,9 @@ MHD_Result Access(void* cls, MHD_Connection* connection, const char* url, const 
     const std::string path = url;
     if (!state->started) {
         state->started = true;
+        if (const std::optional<HttpReply> denial = AccessAnswer(front->Parts(), connection, method, state->rawUri)) {
+            return Send(connection, *denial);
+        }
         if (const std::optional<HttpReply> refusal = Refusal(front->Parts(), path, method, connection, *state)) {
             front->Parts().log->Note(std::string(method) + " " + state->rawUri + " -> " +
                                      std::to_string(refusal->status) + " (refused by the host)");

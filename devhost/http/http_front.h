@@ -16,6 +16,8 @@ struct MHD_Daemon;
 
 namespace devhost {
 
+class AccessGate;
+
 inline constexpr size_t kBodyLimit = 64 * 1024;
 inline constexpr const char* kApiPrefix = "/api/isp/";
 inline constexpr const char* kSimPrefix = "/_sim/";
@@ -25,6 +27,7 @@ struct HostParts {
     LinkClient* isp = nullptr;
     LinkClient* control = nullptr;
     LogTap* log = nullptr;
+    const AccessGate* access = nullptr;  // null: every request may go on
 };
 
 struct HttpReply {
@@ -32,6 +35,7 @@ struct HttpReply {
     std::string body;
     std::string allow;  // the Allow header of a 405
     std::string contentType = "application/json";
+    std::vector<std::pair<std::string, std::string>> headers = {};  // further headers
 };
 
 // A JSON error body: {"error": {"status", "message"}}.

@@ -16,19 +16,20 @@ from urllib.parse import parse_qsl, urlsplit
 from api_document import ApiDocument
 
 
+# What the host answers before it looks at the path: a missing access token,
+# the token's redirect that sets its cookie, a body or target over the limit.
+HOST_FIRST = (303, 401, 413, 414)
+
+
 def check(api, exchange, counts):
     """The mismatches of one exchange."""
     method, status = exchange["method"], exchange["status"]
     target = urlsplit(exchange["target"])
-    try:
-        answer = json.loads(exchange["answer"])
-    except ValueError:
-        return [f"the answer is not JSON: {exchange['answer'][:80]!r}"]
     _, item = api.path_item(target.path)
     operation = item.get(method.lower()) if item else None
-    if status in (413, 414) or operation is None:
-        # Refused by the host before any operation: the path, the method or a limit.
-        expected = status if status in (413, 414) else 404 if item is None else 405
+    if status in HOST_FIRST or operation is None:
+        # Answered by the host before any operation: the access token, a limit, the path or the method.
+        expected = status if status in HOST_FIRST else 404 if item is None else 405
         if status != expected:
             return [f"HTTP {status}, but the document has {'no such path' if item is None else 'no such method'}"]
         response = api.component_response(f"Status{status}")
@@ -40,6 +41,14 @@ def check(api, exchange, counts):
         if response is None:
             return [f"HTTP {status} is not a documented response"]
         problems = []
+    if "content" not in api.resolve(response):
+        # An answer without content (the access token's redirect) carries none.
+        return problems + ([f"an answer where the document has none: {exchange['answer'][:80]!r}"]
+                           if exchange["answer"] else [])
+    try:
+        answer = json.loads(exchange["answer"])
+    except ValueError:
+        return [f"the answer is not JSON: {exchange['answer'][:80]!r}"]
     problems += api.errors(api.response_schema(response), answer)
     counts["answers"] += 1
     accepted = operation is not None and 200 <= status < 300

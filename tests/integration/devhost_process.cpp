@@ -57,10 +57,22 @@ std::vector<std::string> JsonRows(const std::string& json, const std::string& po
     return rows;
 }
 
-HttpResult DevhostProcess::Request(const std::string& method, const std::string& target, const std::string& body) const
+std::string HttpResult::Header(const std::string& name) const
 {
-    const std::string request = method + " " + target + " HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n" +
-                                "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+    const std::string key = "\r\n" + name + ": ";
+    const size_t at = head.find(key);
+    return at == std::string::npos ? "<missing>"
+                                   : head.substr(at + key.size(), head.find("\r\n", at + key.size()) - at - key.size());
+}
+
+HttpResult DevhostProcess::Request(const std::string& method, const std::string& target, const std::string& body,
+                                   const std::vector<std::string>& headers) const
+{
+    std::string request = method + " " + target + " HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n";
+    for (const std::string& header : headers) {
+        request += header + "\r\n";
+    }
+    request += "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
     const sockaddr_in addr{
         .sin_family = AF_INET, .sin_port = htons(port_), .sin_addr = {htonl(INADDR_LOOPBACK)}, .sin_zero = {}};
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -79,12 +91,12 @@ HttpResult DevhostProcess::Request(const std::string& method, const std::string&
     if (answer.rfind("HTTP/1.1 ", 0) != 0 || headEnd == std::string::npos) {
         return {};
     }
-    const HttpResult result{std::atoi(answer.c_str() + 9), answer.substr(headEnd + 4)};
+    const HttpResult result{std::atoi(answer.c_str() + 9), answer.substr(headEnd + 4), answer.substr(0, headEnd + 2)};
     RecordExchange(method, target, body, answer.substr(0, headEnd), result.status, result.body);
     return result;
 }
 
-DevhostProcess::DevhostProcess(std::vector<const char*> argv)
+DevhostProcess::DevhostProcess(std::vector<const char*> argv, const std::function<bool()>& enter)
 {
     argv.insert(argv.begin(), {ISPIAAS_DEVHOST_PATH, "--listen", "127.0.0.1:0", "--log", "/dev/null"});
     argv.push_back(nullptr);
@@ -96,6 +108,9 @@ DevhostProcess::DevhostProcess(std::vector<const char*> argv)
     if (pid_ == 0) {
         dup2(out[1], STDOUT_FILENO);
         dup2(out[1], STDERR_FILENO);
+        if (enter && !enter()) {
+            _exit(126);
+        }
         execv(argv[0], const_cast<char* const*>(argv.data()));
         _exit(127);
     }
@@ -105,7 +120,7 @@ DevhostProcess::DevhostProcess(std::vector<const char*> argv)
     char line[1024];
     while (outputPipe_ != nullptr && std::fgets(line, sizeof(line), outputPipe_.get()) != nullptr) {
         output_ += line;
-        if (std::sscanf(line, "ispiaas-devhost: serving http://127.0.0.1:%hu/", &port_) == 1) {
+        if (std::sscanf(line, "ispiaas-devhost: serving http://%*[0-9.]:%hu/", &port_) == 1) {
             break;
         }
     }

@@ -5,6 +5,7 @@
 #include <sys/types.h>
 
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -12,6 +13,10 @@
 struct HttpResult {
     int status = 0;  // 0 when no answer came
     std::string body;
+    std::string head;  // the status line and the headers
+
+    // The value of a header of the answer, or "<missing>".
+    std::string Header(const std::string& name) const;
 };
 
 // The value at a JSON pointer ("/a/0/b") of a JSON text, as compact JSON
@@ -25,8 +30,9 @@ std::vector<std::string> JsonRows(const std::string& json, const std::string& po
 class DevhostProcess {
 public:
     // Starts the built host on a free port with its log thrown away, plus
-    // `args`. Waits until it serves or has ended.
-    explicit DevhostProcess(std::vector<const char*> args = {});
+    // `args`; `enter`, when given, runs in the child before the host starts
+    // (failing: exit status 126). Waits until it serves or has ended.
+    explicit DevhostProcess(std::vector<const char*> args = {}, const std::function<bool()>& enter = {});
     ~DevhostProcess() { Stop(); }
 
     bool Serving() const { return port_ != 0; }
@@ -35,8 +41,11 @@ public:
     const std::string& Output() const { return output_; }
 
     pid_t Pid() const { return pid_; }
-    // One request with "Connection: close" and the body's Content-Length.
-    HttpResult Request(const std::string& method, const std::string& target, const std::string& body = "") const;
+    unsigned short Port() const { return port_; }
+    // One request with "Connection: close", the body's Content-Length and
+    // `headers` (lines without their end).
+    HttpResult Request(const std::string& method, const std::string& target, const std::string& body = "",
+                       const std::vector<std::string>& headers = {}) const;
     // SIGTERM, then the exit status.
     int Stop();
 
@@ -49,7 +58,8 @@ private:
     std::unique_ptr<FILE, void (*)(FILE*)> outputPipe_{nullptr, [](FILE* f) { std::fclose(f); }};
 };
 
-// The exit status with which the host says that the machine has no FUSE.
-inline constexpr int kDevhostNoFuse = 77;
+// The exit status with which the host says that the machine lacks what it
+// needs: FUSE, or a private mount namespace.
+inline constexpr int kDevhostUnsupported = 77;
 
 #endif  // TESTS_DEVHOST_PROCESS_H
