@@ -20,12 +20,9 @@
 #include "ability.h"
 #include "control_sim.h"
 #include "http_front.h"
+#include "install_paths.h"
 #include "isolation.h"
 #include "isp_sim.h"
-
-#ifndef ISPIAAS_DEFAULT_MODULE
-#define ISPIAAS_DEFAULT_MODULE "libqtnapiIspIaas.so"
-#endif
 
 namespace devhost {
 namespace {
@@ -37,7 +34,7 @@ constexpr int kExitNoFuse = 77;
 struct Options {
     std::string address = "127.0.0.1";
     uint16_t port = 8080;
-    std::string module = ISPIAAS_DEFAULT_MODULE;
+    std::string module = HostInstallPaths().module;
     std::string profile;
     std::string log;
     bool allowMissing = false;
@@ -47,7 +44,7 @@ const char kUsage[] =
     "usage: ispiaas-devhost [--listen ADDR:PORT] [--module PATH] [--profile FILE] [--log FILE]\n"
     "                       [--allow-missing] [--print-profile]\n"
     "  --listen ADDR:PORT  where to serve HTTP (default 127.0.0.1:8080; port 0 takes a free one)\n"
-    "  --module PATH       the module to load (default " ISPIAAS_DEFAULT_MODULE ")\n"
+    "  --module PATH       the module to load (default: the installed one beside this program, else the build's)\n"
     "  --profile FILE      a JSON device profile; its values replace the embedded default's\n"
     "  --log FILE          write the diagnostic and operation-log lines there instead of stdout\n"
     "  --allow-missing     serve the resources whose stages all exist instead of refusing to start\n"
