@@ -69,5 +69,8 @@ if(CMAKE_CROSSCOMPILING)
   execute_process(COMMAND dpkg-architecture -t ${CMAKE_LIBRARY_ARCHITECTURE} -q DEB_HOST_ARCH
                   OUTPUT_VARIABLE CPACK_DEBIAN_PACKAGE_ARCHITECTURE OUTPUT_STRIP_TRAILING_WHITESPACE
                   ERROR_QUIET)
+  if(NOT CPACK_DEBIAN_PACKAGE_ARCHITECTURE)
+    message(WARNING "dpkg-architecture (dpkg-dev) gave no Debian architecture for ${CMAKE_LIBRARY_ARCHITECTURE}")
+  endif()
 endif()
 include(CPack)
