@@ -20,14 +20,12 @@
 #include "ability.h"
 #include "access.h"
 #include "api_document.h"
+#include "console_files.h"
 #include "control_sim.h"
 #include "http_front.h"
+#include "install_paths.h"
 #include "isolation.h"
 #include "isp_sim.h"
-
-#ifndef ISPIAAS_DEFAULT_MODULE
-#define ISPIAAS_DEFAULT_MODULE "libqtnapiIspIaas.so"
-#endif
 
 namespace devhost {
 namespace {
@@ -39,7 +37,7 @@ constexpr int kExitUnsupported = 77;  // the machine lacks what the host needs
 struct Options {
     std::string address = "127.0.0.1";
     uint16_t port = 8080;
-    std::string module = ISPIAAS_DEFAULT_MODULE;
+    std::string module = HostInstallPaths().module;
     std::string profile;
     std::string log;
     bool allowMissing = false;
@@ -52,7 +50,7 @@ const char kUsage[] =
     "                       [--allow-missing] [--token TEXT | --no-token] [--print-profile]\n"
     "                       [--print-openapi]\n"
     "  --listen ADDR:PORT  where to serve HTTP (default 127.0.0.1:8080; port 0 takes a free one)\n"
-    "  --module PATH       the module to load (default " ISPIAAS_DEFAULT_MODULE ")\n"
+    "  --module PATH       the module to load (default: the installed one beside this program, else the build's)\n"
     "  --profile FILE      a JSON device profile; its values replace the embedded default's\n"
     "  --log FILE          write the diagnostic and operation-log lines there instead of stdout\n"
     "  --allow-missing     serve the resources whose stages all exist instead of refusing to start\n"
@@ -247,6 +245,7 @@ int Run(int argc, char** argv)
     if (!FuseAvailable(error)) {
         return Fail(kExitUnsupported, error);
     }
+    OpenConsoleDirectory();
     if (const Isolation isolation = EnterPrivateMounts(error); isolation != Isolation::kEntered) {
         return Fail(isolation == Isolation::kForbidden ? kExitUnsupported : 1, error);
     }

@@ -1,10 +1,13 @@
 #include "console_files.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cstring>
-#include <fstream>
-#include <iterator>
+
+#include "install_paths.h"
 
 namespace devhost {
 
@@ -49,9 +52,10 @@ bool PlainName(const std::string& name)
 
 }  // namespace
 
-std::string ConsoleDirectory()
+int OpenConsoleDirectory()
 {
-    return ISPIAAS_CONSOLE_DIR;
+    static const int fd = open(HostInstallPaths().console.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    return fd;
 }
 
 bool IsConsolePath(const std::string& path)
@@ -71,11 +75,16 @@ HttpReply ConsoleFile(const std::string& method, const std::string& path)
     if (!PlainName(name) || contentType == nullptr) {
         return ErrorReply(404, "no console file at " + path);
     }
-    std::ifstream in(ConsoleDirectory() + "/" + name, std::ios::binary);
-    if (!in) {
+    const int fd = openat(OpenConsoleDirectory(), name.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
         return ErrorReply(404, "no console file at " + path);
     }
-    HttpReply reply{200, std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()), ""};
+    HttpReply reply{200, "", ""};
+    char chunk[16384];
+    for (ssize_t got; (got = read(fd, chunk, sizeof(chunk))) > 0;) {
+        reply.body.append(chunk, static_cast<size_t>(got));
+    }
+    close(fd);
     reply.contentType = contentType;
     return reply;
 }

@@ -9,8 +9,10 @@
 
 namespace devhost {
 
-// The directory the console's files are read from.
-std::string ConsoleDirectory();
+// The directory the console's files are read from, opened on the first call
+// (or -1). The host calls it before it enters its private mounts, whose empty
+// /tmp would hide a tree unpacked there.
+int OpenConsoleDirectory();
 
 // True for the paths the console answers: "/" and everything under "/console/".
 bool IsConsolePath(const std::string& path);
