@@ -92,10 +92,11 @@ void* __wrap_calloc(size_t n, size_t size)
     return doubles::Trips(Call::Calloc) ? nullptr : __real_calloc(n, size);
 }
 
-static int OpenIspNode()
+static int OpenIspNode(int flags)
 {
     const auto hold = doubles::LockIsp();
     auto& isp = doubles::Isp();
+    isp.openFlags.push_back(flags);
     if (isp.failStep == doubles::SrvStep::Open) {
         errno = ENOENT;
         return -1;
@@ -108,7 +109,7 @@ static int OpenIspNode()
 static int OpenPath(int (*real)(const char*, int, ...), const char* path, int flags, va_list ap)
 {
     if (std::strcmp(path, "/mnt/srvfs/isp.iaas.qtn") == 0) {
-        return OpenIspNode();
+        return OpenIspNode(flags);
     }
     const int mode = (flags & O_CREAT) != 0 ? va_arg(ap, int) : 0;
     return real(path, flags, mode);

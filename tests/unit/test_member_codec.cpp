@@ -24,6 +24,7 @@ struct _Rec {
     double d;
     unsigned short clock;
     int when;
+    unsigned char flag;  // a boolean kept in a byte
 };
 
 template <>
@@ -39,7 +40,8 @@ struct MemberTable<_Rec> {
                                member(&_Rec::name, "name"), member(&_Rec::pt, "pt"), member(&_Rec::pts, "pts"),
                                member(&_Rec::big, "big"), member(&_Rec::d, "d"),
                                member(&_Rec::clock, "clock", KX_KIND_CLOCK),
-                               member(&_Rec::when, "when", KX_KIND_DATETIME));
+                               member(&_Rec::when, "when", KX_KIND_DATETIME),
+                               member(&_Rec::flag, "flag", KX_KIND_BOOL));
     }
 };
 
@@ -76,6 +78,7 @@ _Rec Sample()
     r.d = 0.25;
     r.clock = 1440;
     r.when = 0;
+    r.flag = 7;
     return r;
 }
 
@@ -102,7 +105,7 @@ TEST_F(MemberCodec, EncodesEveryTypeInTableOrder)
     EXPECT_EQ(Encoded(Sample()),
               R"({ "on": true, "i": -3, "u": 4294967294, "name": "cam", "pt": { "x": 1, "y": -1 }, )"
               R"("pts": [ { "x": 2, "y": 3 }, { "x": 4, "y": 5 } ], "big": -9000000000, "d": 0.25, )"
-              R"("clock": "24:00", "when": "1970-01-01 00:00:00" })");
+              R"("clock": "24:00", "when": "1970-01-01 00:00:00", "flag": true })");
 }
 
 TEST_F(MemberCodec, GroupsNestMembersOfOneRecord)
@@ -139,6 +142,7 @@ TEST_P(Decode, MergesByTheConversionRules)
     GetParam().change(expected);
     EXPECT_EQ(Encoded(r), Encoded(expected));
     EXPECT_EQ(reinterpret_cast<const unsigned char&>(r.on), r.on ? 1 : 0);  // a bool is stored as 0 or 1
+    EXPECT_EQ(r.flag, expected.flag);
 }
 
 void Unchanged(_Rec&) {}
@@ -164,6 +168,10 @@ INSTANTIATE_TEST_SUITE_P(
         DecodeCase{"IntKeepsLowBits", R"({"i": 4294967295})", 0, [](_Rec& r) { r.i = -1; }},
         DecodeCase{"BoolFromNumbers", R"({"on": 0.0})", 0, [](_Rec& r) { r.on = false; }},
         DecodeCase{"BoolFromInteger", R"({"on": 2})", 0, Unchanged},
+        DecodeCase{"ByteFlagNegative", R"({"flag": -5})", 0, [](_Rec& r) { r.flag = 1; }},
+        DecodeCase{"ByteFlagPast8Bits", R"({"flag": 256})", 0, [](_Rec& r) { r.flag = 1; }},
+        DecodeCase{"ByteFlagFraction", R"({"flag": 0.5})", 0, [](_Rec& r) { r.flag = 1; }},
+        DecodeCase{"ByteFlagZero", R"({"flag": 0})", 0, [](_Rec& r) { r.flag = 0; }},
         DecodeCase{"StringForNumberFailsAfterEarlierMembers", R"({"i": 8, "u": "7"})", -1, [](_Rec& r) { r.i = 8; }},
         DecodeCase{"ObjectForNumberFails", R"({"u": {}})", -1, Unchanged},
         DecodeCase{"ArrayForBoolFails", R"({"on": []})", -1, Unchanged},

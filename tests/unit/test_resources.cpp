@@ -110,6 +110,7 @@ TEST_F(Resource, ThermalCorrectionValuesOutsideTheirSetsAreRefused)
             EXPECT_EQ(GetAt<uint32_t>(written.data(), offset), static_cast<uint32_t>(value));
         } else {
             EXPECT_EQ(Isp().requests.size(), 1u) << value;
+            EXPECT_EQ(doubles::DiagFormats().size(), 1u) << value;
             EXPECT_EQ(doubles::Diags().back().text, "[KXAPI]:Time enum is " + std::to_string(value));
         }
     };
@@ -125,33 +126,35 @@ TEST_F(Resource, ThermalCorrectionValuesOutsideTheirSetsAreRefused)
 // ---- White balance and extreme colour ----
 
 // The current text is eighteen '1's with "77" behind its terminator; a new
-// text replaces the start of the field and the '1's are counted over all of it.
+// text and its terminator replace the start of the field, the rest stays as
+// the device sent it, and the '1's are counted over all of it: 12 are enough.
 TEST_F(Resource, AwbTextIsLaidOverTheCurrentField)
 {
-    const std::string current = std::string(18, '1') + '\0' + "77", t255(255, '1');
-    const std::pair<std::string, std::string> cases[] = {
+    const std::string current = std::string(18, '1') + '\0' + "77", t255(255, '1'), nul(1, '\0');
+    const std::pair<std::string, std::string> cases[] = {  // the body, what it lays over the field ("": refused)
         {"{}", current},
         {"[1, 2]", current},
         {R"({"regionAwbAttr": {"roiWeightArray": null}})", current},
-        {R"({"regionAwbAttr": {"roiWeightArray": "0000000000001111111111111"}})", std::string(12, '0') + std::string(13, '1')},
-        {R"({"regionAwbAttr": {"roiWeightArray": "111"}})", "111" + std::string(1, '\0') + std::string(14, '1') + '\0' + "77"},
-        {R"({"regionAwbAttr": {"roiWeightArray": ")" + t255 + R"("}})", t255},
+        {R"({"regionAwbAttr": {"roiWeightArray": "000000000000111111111111"}})", std::string(12, '0') + std::string(12, '1') + nul},
+        {R"({"regionAwbAttr": {"roiWeightArray": "111"}})", "111" + nul},
+        {R"({"regionAwbAttr": {"roiWeightArray": ")" + t255 + R"("}})", t255 + nul},
         {R"({"regionAwbAttr": {"roiWeightArray": "11111111111)" + std::string(20, '0') + R"("}})", ""},
     };
     for (const auto& [body, field] : cases) {
         Install();
-        Control().payloads[VW_CMD_AWB] = Payload(current);
+        const std::vector<uint8_t>& payload = Control().payloads[VW_CMD_AWB] = Payload(current);
+        std::vector<uint8_t> expected(payload.begin() + 8, payload.begin() + 8 + AWB_WEIGHTS_LEN);
         Request req("PUT", kUrl, body.c_str());
         const int result = Perform(kAwbPut, req).result;
         ASSERT_EQ(Control().sent.size(), field.empty() ? 1u : 2u) << body;
         if (field.empty()) {
             EXPECT_EQ(result, 4);
+            ASSERT_EQ(doubles::Diags().size(), 2u);  // the read's trace, then the refusal
             EXPECT_EQ(doubles::Diags().back().text, "[KXAPI]:Setting Number 1 can't less than 12");
             continue;
         }
         EXPECT_EQ(result, 0) << body;
-        std::vector<uint8_t> expected(field.begin(), field.end());
-        expected.resize(AWB_WEIGHTS_LEN);
+        std::copy(field.begin(), field.end(), expected.begin());
         EXPECT_EQ(Params(AWB_WEIGHTS_LEN), expected) << body;
     }
 }
@@ -176,7 +179,8 @@ TEST_F(Resource, FusionStrengthConversions)
 TEST_F(Resource, LockFlagFromEachKindOfEnable)
 {
     const std::pair<const char*, uint8_t> cases[] = {
-        {R"({"enable": true})", 1}, {R"({"enable": 0.5})", 1}, {R"({"enable": false})", 0}, {"{}", 0},
+        {R"({"enable": true})", 1}, {R"({"enable": 0.5})", 1}, {R"({"enable": -5})", 1}, {R"({"enable": 256})", 1},
+        {R"({"enable": false})", 0}, {R"({"enable": 0.0})", 0}, {"{}", 0},
     };
     for (const auto& [body, flag] : cases) {
         Install();
@@ -245,7 +249,7 @@ TEST_F(Resource, AdaptationBlocksAreRewrittenFromTheConfiguration)
         int32_t flag;
         uint32_t state, written;
     } cases[] = {{kResetFog, 7, 0, 5, 0xf0f0}, {kResetBacklight, 6, 1, 0, 3}, {kResetBacklight, 6, 1, 5, 3},
-                 {kResetBacklight, 6, 0, 3, 0}, {kResetBacklight, 6, 0, 5, 5}};
+                 {kResetBacklight, 6, 0, 3, 0}, {kResetBacklight, 6, 0, 2, 2}, {kResetBacklight, 6, 0, 4, 4}};
     for (const auto& c : cases) {
         Install();
         PutAt<int32_t>(Control().payloads[VW_CMD_ADAPT_CONFIG_GET], ADAPT_REPLY_BACKLIGHT - 200, c.flag);
