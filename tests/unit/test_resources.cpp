@@ -44,8 +44,10 @@ ThermalWords Words(const _ThermalInfo& info)
 
 // ---- Thermal settings ----
 
-// Each key lands in its word by the conversion rules; groups that are no
-// objects, nulls and unknown keys change nothing.
+// Each key lands in its word by the conversion rules of unsigned and int
+// members (integers keep their low 32 bits, numbers with a fraction go toward
+// zero and saturate, unsigned ones at 0, booleans give 1 or 0); groups that
+// are no objects, nulls and unknown keys change nothing.
 TEST_F(Resource, ThermalBodyMergesEachKeyIntoItsWord)
 {
     const std::pair<const char*, std::vector<std::pair<int, uint32_t>>> cases[] = {
@@ -58,7 +60,8 @@ TEST_F(Resource, ThermalBodyMergesEachKeyIntoItsWord)
         {R"({"fakeColorData": {"colorMode": 1, "colorBar": false, "whiteHotModeData": {"highRange": 2, "midRange": 3,
             "lowRange": 4, "highMin": 5, "midMax": 6, "midMin": -1e12, "lowMax": 8}}})",
          {{10, 1}, {11, 0}, {12, 2}, {13, 3}, {14, 4}, {15, 5}, {16, 6}, {17, 0x80000000u}, {18, 8}}},
-        {R"({"thermalAfData": {"compensateTemp": 9, "ctrlOperation": 88, "afSpeed": 77, "afMode": 1, "tempAdapt": -3}})",
+        {R"({"thermalAfData": {"compensateTemp": 9, "ctrlOperation": 88, "afSpeed": 77, "afMode": 1,
+            "tempAdapt": 4294967293}})",
          {{19, 1}, {20, 88}, {21, uint32_t(-3)}, {22, 77}, {23, 9}}},
         {R"({"thermalAfData": {"tempAdapt": null}, "basicData": null, "zz": 1, "correctData": {"zz": "x"}})", {}},
         {R"({"basicData": 5, "correctData": "x", "fakeColorData": [1], "blindData": {"blindPosition": true}})", {}},
@@ -135,7 +138,8 @@ TEST_F(Resource, AwbTextIsLaidOverTheCurrentField)
         {"{}", current},
         {"[1, 2]", current},
         {R"({"regionAwbAttr": {"roiWeightArray": null}})", current},
-        {R"({"regionAwbAttr": {"roiWeightArray": "000000000000111111111111"}})", std::string(12, '0') + std::string(12, '1') + nul},
+        {R"({"regionAwbAttr": {"roiWeightArray": "000000000000111111111111"}})",
+         std::string(12, '0') + std::string(12, '1') + nul},
         {R"({"regionAwbAttr": {"roiWeightArray": "111"}})", "111" + nul},
         {R"({"regionAwbAttr": {"roiWeightArray": ")" + t255 + R"("}})", t255 + nul},
         {R"({"regionAwbAttr": {"roiWeightArray": "11111111111)" + std::string(20, '0') + R"("}})", ""},
@@ -234,6 +238,7 @@ TEST_F(Resource, AfPlaneSwitchByteIsRewrittenOnlyWhenNamed)
         Request req("PUT", kUrl, body);
         ASSERT_EQ(Perform(kAfPlanePut, req).result, 0) << body;
         EXPECT_EQ(Written().at(AF_PLANE_ENABLE_OFFSET), sent) << body;
+        EXPECT_NE(doubles::OpLogs().at(0).en.find("Enable:" + std::to_string(sent) + ","), std::string::npos);
     }
 }
 

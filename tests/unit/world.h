@@ -104,12 +104,13 @@ inline std::vector<uint8_t> Payload(const std::string& params, size_t size = 264
     return p;
 }
 
-// The autofocus block of the plane points: switch on, PointMax 4000000000,
-// points 4000000001 to ...08.
+// The autofocus block of the plane points: switch on between zero bytes,
+// PointMax 4000000000, points 4000000001 to ...08.
 inline std::vector<uint8_t> AfBlock()
 {
     std::vector<uint8_t> b = Patterned(AF_BLOCK_SIZE, 1);
-    b[AF_PLANE_ENABLE_OFFSET] = 1;
+    doubles::PutAt<uint32_t>(b, AF_PLANE_ENABLE_OFFSET - 4, 0);
+    doubles::PutAt<uint32_t>(b, AF_PLANE_ENABLE_OFFSET, 1);
     for (uint32_t i = 0; i < 9; ++i) {
         doubles::PutAt<uint32_t>(b, AF_PLANE_POINT_MAX_OFFSET + 4 * i, 4000000000u + i);
     }
