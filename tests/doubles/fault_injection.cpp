@@ -96,11 +96,11 @@ static int OpenIspNode(int flags)
 {
     const auto hold = doubles::LockIsp();
     auto& isp = doubles::Isp();
-    isp.openFlags.push_back(flags);
     if (isp.failStep == doubles::SrvStep::Open) {
         errno = ENOENT;
         return -1;
     }
+    isp.openFlags.push_back(flags);
     return doubles::kFirstFakeFd + isp.opens++;
 }
 

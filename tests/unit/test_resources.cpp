@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <set>
+#include <tuple>
 
 #include "world.h"
 
@@ -163,20 +164,6 @@ TEST_F(Resource, AwbTextIsLaidOverTheCurrentField)
     }
 }
 
-// The strength (current 4294967295) is unsigned and goes out as a word,
-// followed by a zero word.
-TEST_F(Resource, FusionStrengthConversions)
-{
-    const std::pair<const char*, uint32_t> cases[] = {
-        {"{}", 4294967295u}, {R"({"fusionStrength": 7.9})", 7}, {R"({"fusionStrength": -3.5})", 0}};
-    for (const auto& [body, sent] : cases) {
-        Install();
-        Request req("PUT", kUrl, body);
-        EXPECT_EQ(Perform(kExtrePut, req).result, 0) << body;
-        EXPECT_EQ(GetAt<uint64_t>(Params(8).data(), 0), sent) << body;
-    }
-}
-
 // ---- Exposure lock ----
 
 // The flag, as one byte of a four-byte record; the body is traced.
@@ -268,14 +255,21 @@ TEST_F(Resource, AdaptationBlocksAreRewrittenFromTheConfiguration)
     }
 }
 
-// The speed value goes back with the set command, the rest of the body zero.
-TEST_F(Resource, SpeedResetSendsTheConfiguredValueBack)
+// The parameters of a write command from body byte 8, the rest of the body
+// zero: the fusion strength (current 4294967295) as a word and a zero word;
+// the configured speed value, sent back with the set command.
+TEST_F(Resource, CommandParametersAsSent)
 {
-    Request req("PUT", kUrl);
-    EXPECT_EQ(Perform(kResetSpeed, req).result, 0);
-    std::vector<uint8_t> params(VW_CMD_BODY_LEN - 8, 0);
-    PutAt<uint32_t>(params, 0, 77);
-    EXPECT_EQ(Params(params.size()), params);
+    const std::tuple<Flow, const char*, uint32_t> cases[] = {
+        {kExtrePut, "{}", 4294967295u}, {kExtrePut, R"({"fusionStrength": 7})", 7}, {kResetSpeed, nullptr, 77}};
+    for (const auto& [flow, body, value] : cases) {
+        Install();
+        Request req("PUT", kUrl, body);
+        EXPECT_EQ(Perform(flow, req).result, 0);
+        std::vector<uint8_t> params(VW_CMD_BODY_LEN - 8, 0);
+        PutAt<uint32_t>(params, 0, value);
+        EXPECT_EQ(Params(params.size()), params) << value;
+    }
 }
 
 }  // namespace

@@ -242,6 +242,11 @@ struct FailureCase {
     {flow, STAGE(kind, fn), Fail(Call::MemsetS, 1), 0, kScratch "|[KXAPI]:{}: " kHttpReq "sendCmd[" #code "] recvMsg[" #next "] Result[0]"}, \
     {flow, STAGE(kind, fn), Fail(Call::MemsetS, 2), 0, kScratch "|[KXAPI]:{}: " kHttpReq "sendCmd[" #code "] recvMsg[" #next "] Result[0]"}
 
+// The adaptation configuration read: refused (-1) or not sent (1), no entry.
+#define ADAPT_FAILURES(flow, fn)                                                                               \
+    {flow, STAGE(run, fn), Refused(3213, 6), -1, "[KXAPI]:{}: " kHttpReq "sendCmd[3213] recvMsg[3214] Result[6]"}, \
+    {flow, STAGE(run, fn), Unsent(3213), 1, "[KXAPI]:Send SynUnixMsg for Getting cmd[3213] failed"}
+
 const FailureCase kFailures[] = {
     READ_FAILURES(kFakeRatio, RunGetIspIaasFakeRatio, 2),
     READ_FAILURES(kAfStatus, RunGetIspIaasAfStatus, 2),
@@ -310,19 +315,8 @@ const FailureCase kFailures[] = {
     {kAwbPut, STAGE(parse, ParsePutIspIaasAwb), Fail(Call::Malloc), 18, kMalloc},
     {kExtreGet, STAGE(run, RunGetIspIaasExtreColor), Fail(Call::Malloc), 18, kTraced(3229, 3230) kMalloc},
     {kExtrePut, STAGE(preProc, PreProcPutIspIaasExtreColor), Fail(Call::MemcpyS), 1, kTraced(3229, 3230) kMemcpy},
-    // The adaptation configuration read: refused (-1) or not sent (1).
-    {kResetFog, STAGE(run, RunPutIspIaasResetFogAdapt), Refused(3213, 6), -1,
-     "[KXAPI]:{}: " kHttpReq "sendCmd[3213] recvMsg[3214] Result[6]"},
-    {kResetFog, STAGE(run, RunPutIspIaasResetFogAdapt), Unsent(3213), 1,
-     "[KXAPI]:Send SynUnixMsg for Getting cmd[3213] failed"},
-    {kResetSpeed, STAGE(run, RunPutIspIaasResetSpeedAdapt), Refused(3213, 6), -1,
-     "[KXAPI]:{}: " kHttpReq "sendCmd[3213] recvMsg[3214] Result[6]"},
-    {kResetSpeed, STAGE(run, RunPutIspIaasResetSpeedAdapt), Unsent(3213), 1,
-     "[KXAPI]:Send SynUnixMsg for Getting cmd[3213] failed"},
-    {kResetBacklight, STAGE(run, RunPutIspIaasResetBackLightAdapt), Refused(3213, 6), -1,
-     "[KXAPI]:{}: " kHttpReq "sendCmd[3213] recvMsg[3214] Result[6]"},
-    {kResetBacklight, STAGE(run, RunPutIspIaasResetBackLightAdapt), Unsent(3213), 1,
-     "[KXAPI]:Send SynUnixMsg for Getting cmd[3213] failed"},
+    ADAPT_FAILURES(kResetFog, RunPutIspIaasResetFogAdapt), ADAPT_FAILURES(kResetSpeed, RunPutIspIaasResetSpeedAdapt),
+    ADAPT_FAILURES(kResetBacklight, RunPutIspIaasResetBackLightAdapt),
     {kResetFog, STAGE(run, RunPutIspIaasResetFogAdapt), Fail(Call::Malloc), 18, kTraced(3213, 3214) kMalloc},
     // The command's reply, its body, then the block.
     {kResetBacklight, STAGE(run, RunPutIspIaasResetBackLightAdapt), Fail(Call::MemsetS, 3), 1,
@@ -381,23 +375,21 @@ size_t CurrentSize(const Flow& flow)
          : flow.preProc == kThermalPut.preProc ? THERMAL_BLOCK_SIZE : 0;
 }
 
-// A body the Parse stage cannot take: 4 and "json decode fail" in its name,
-// no request record, the current settings as read, nothing written, no
-// entry and no response.
+// A body the Parse stage cannot take (the codec refuses each JSON type in
+// its own table): 4 and "json decode fail" in its name, no request record,
+// the current settings as read, nothing written, no entry and no response.
 TEST_F(Stages, RefusedBodiesChangeNothing)
 {
     const std::string t256(256, '1');
     const std::pair<Flow, std::string> cases[] = {
-        {kAwbPut, R"({"regionAwbAttr": {"roiWeightArray": 1}})"}, {kAwbPut, R"({"regionAwbAttr": {"roiWeightArray": {}}})"},
-        {kAwbPut, R"({"regionAwbAttr": {"roiWeightArray": true}})"}, {kAwbPut, "{"},
+        {kAwbPut, R"({"regionAwbAttr": {"roiWeightArray": 1}})"}, {kAwbPut, "{"},
         {kAwbPut, R"({"regionAwbAttr": {"roiWeightArray": ")" + t256 + R"("}})"},
-        {kExtrePut, R"({"fusionStrength": "7"})"}, {kExtrePut, R"({"fusionStrength": [7]})"}, {kExtrePut, "fusionStrength"},
+        {kExtrePut, R"({"fusionStrength": "7"})"}, {kExtrePut, "fusionStrength"},
         {kLock, R"({"enable": "true"})"}, {kLock, R"({"enable": [1]})"}, {kLock, R"({"enable": {}})"}, {kLock, "enable"},
-        {kAfPlanePut, R"({"enable": "yes"})"}, {kAfPlanePut, R"({"planePoints": {}})"}, {kAfPlanePut, R"({"PointMax": [1]})"},
-        {kAfPlanePut, R"({"planePoints": [{"planePointY": "1"}]})"}, {kAfPlanePut, "not json"}, {kAfPlanePut, ""},
-        {kThermalPut, "not json"}, {kThermalPut, R"({"basicData": {"contrast": "x"}})"}, {kThermalPut, "null"},
-        {kThermalPut, R"({"correctData": {"autoModeData": {"correctTime": "00:30"}}})"}, {kThermalPut, ""},
-        {kThermalPut, R"({"basicData": {"contrast": {}}})"},
+        {kAfPlanePut, R"({"enable": "yes"})"}, {kAfPlanePut, R"({"planePoints": {}})"}, {kAfPlanePut, ""},
+        {kAfPlanePut, R"({"planePoints": [{"planePointY": "1"}]})"}, {kThermalPut, "null"},
+        {kThermalPut, R"({"basicData": {"contrast": "x"}})"},
+        {kThermalPut, R"({"correctData": {"autoModeData": {"correctTime": "00:30"}}})"},
     };
     for (const auto& [flow, body] : cases) {
         Install();
