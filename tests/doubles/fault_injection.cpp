@@ -115,23 +115,18 @@ static int OpenPath(int (*real)(const char*, int, ...), const char* path, int fl
     return real(path, flags, mode);
 }
 
-int __wrap_open(const char* path, int flags, ...)
-{
-    va_list ap;
-    va_start(ap, flags);
-    const int fd = OpenPath(__real_open, path, flags, ap);
-    va_end(ap);
-    return fd;
-}
-
-int __wrap_open64(const char* path, int flags, ...)
-{
-    va_list ap;
-    va_start(ap, flags);
-    const int fd = OpenPath(__real_open64, path, flags, ap);
-    va_end(ap);
-    return fd;
-}
+// open and open64 alike.
+#define WRAP_OPEN(real)                                    \
+    int __wrap_##real(const char* path, int flags, ...)    \
+    {                                                      \
+        va_list ap;                                        \
+        va_start(ap, flags);                               \
+        const int fd = OpenPath(__real_##real, path, flags, ap); \
+        va_end(ap);                                        \
+        return fd;                                         \
+    }
+WRAP_OPEN(open)
+WRAP_OPEN(open64)
 
 int __wrap_close(int fd)
 {

@@ -90,7 +90,6 @@ struct Case {
 
 const Case kCases[] = {
     {"FakeRatioGet", kFakeRatio, "GET", nullptr, Nothing, 0, 0, R"({ "fakeRatio": 1.5 })", "", ""},
-    {"FakeRatioGetFail", kFakeRatio, "GET", nullptr, ReadsFail, 1, 0, Envelope(kUrl, 1, kFail), "", ""},
     {"CapabilityGet", kCapability, "GET", nullptr, Nothing, 0, 0,
      R"({ "basicInfos": { "brightness": { "begin": -1, "end": 100 }, "sharpeness": { "begin": -9, "end": 900 }, )"
      R"("hue": { "begin": -7, "end": 700 }, "contrast": { "begin": -3, "end": 300 }, )"

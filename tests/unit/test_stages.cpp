@@ -70,7 +70,6 @@ const ExchangeCase kExchanges[] = {
     {"ExtrePut", kExtrePut, "/isp?ChannelId=7", {}, {"read 3229 sock", "write 3229 client"}},
     {"Lock", kLock, "/isp?ChannelId=103", {"create 16@2 4 untimed"}, {}},
     {"LockChannelWrapsBelow101", kLock, "/isp?ChannelId=100", {"create 16@4294967295 4 untimed"}, {}},
-    {"LockChannelZero", kLock, "/isp?ChannelId=0", {"create 16@4294967195 4 untimed"}, {}},
     {"ThermalGet", kThermalGet, "/isp?ChannelId=102", {"read 25@2 100"}, {}},
     {"ThermalPut", kThermalPut, "/isp?ChannelId=102", {"read 25@2 100 as allocated", "write 25@2 100"}, {}},
     {"RestoreReadsNoChannelId", kRestore, "/isp", {"write 27@- 0 untimed"}, {}},
