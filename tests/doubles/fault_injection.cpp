@@ -116,14 +116,14 @@ static int OpenPath(int (*real)(const char*, int, ...), const char* path, int fl
 }
 
 // open and open64 alike.
-#define WRAP_OPEN(real)                                    \
-    int __wrap_##real(const char* path, int flags, ...)    \
-    {                                                      \
-        va_list ap;                                        \
-        va_start(ap, flags);                               \
+#define WRAP_OPEN(real)                                          \
+    int __wrap_##real(const char* path, int flags, ...)          \
+    {                                                            \
+        va_list ap;                                              \
+        va_start(ap, flags);                                     \
         const int fd = OpenPath(__real_##real, path, flags, ap); \
-        va_end(ap);                                        \
-        return fd;                                         \
+        va_end(ap);                                              \
+        return fd;                                               \
     }
 WRAP_OPEN(open)
 WRAP_OPEN(open64)
