@@ -729,7 +729,9 @@ int FloorAEExpLockPut(Request& r)
     auto* rec = static_cast<_AEExpLockInfo*>(std::calloc(1, sizeof(_AEExpLockInfo)));
     r.ctx.apvSlot[KXAPI_SLOT_REQUEST] = rec;
     json_object* root = json_tokener_parse(r.content.pcBody);
-    const bool ok = root != nullptr && Member(root, "enable", rec->enable);
+    bool enable = false;
+    const bool ok = root != nullptr && Member(root, "enable", enable);
+    rec->enable = enable ? 1 : 0;
     json_object_put(root);
     if (!ok) {
         return 4;

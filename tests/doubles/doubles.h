@@ -97,6 +97,7 @@ public:
     std::map<std::pair<uint16_t, uint32_t>, std::vector<uint8_t>> blocks;
     std::vector<SrvRequest> requests;
     int opens = 0;
+    std::vector<int> openFlags; /* the flags of each open of the service node that succeeded */
     int closes = 0;
     int messagesLive = 0;
 

@@ -92,7 +92,7 @@ void* __wrap_calloc(size_t n, size_t size)
     return doubles::Trips(Call::Calloc) ? nullptr : __real_calloc(n, size);
 }
 
-static int OpenIspNode()
+static int OpenIspNode(int flags)
 {
     const auto hold = doubles::LockIsp();
     auto& isp = doubles::Isp();
@@ -100,6 +100,7 @@ static int OpenIspNode()
         errno = ENOENT;
         return -1;
     }
+    isp.openFlags.push_back(flags);
     return doubles::kFirstFakeFd + isp.opens++;
 }
 
@@ -108,29 +109,24 @@ static int OpenIspNode()
 static int OpenPath(int (*real)(const char*, int, ...), const char* path, int flags, va_list ap)
 {
     if (std::strcmp(path, "/mnt/srvfs/isp.iaas.qtn") == 0) {
-        return OpenIspNode();
+        return OpenIspNode(flags);
     }
     const int mode = (flags & O_CREAT) != 0 ? va_arg(ap, int) : 0;
     return real(path, flags, mode);
 }
 
-int __wrap_open(const char* path, int flags, ...)
-{
-    va_list ap;
-    va_start(ap, flags);
-    const int fd = OpenPath(__real_open, path, flags, ap);
-    va_end(ap);
-    return fd;
-}
-
-int __wrap_open64(const char* path, int flags, ...)
-{
-    va_list ap;
-    va_start(ap, flags);
-    const int fd = OpenPath(__real_open64, path, flags, ap);
-    va_end(ap);
-    return fd;
-}
+// open and open64 alike.
+#define WRAP_OPEN(real)                                          \
+    int __wrap_##real(const char* path, int flags, ...)          \
+    {                                                            \
+        va_list ap;                                              \
+        va_start(ap, flags);                                     \
+        const int fd = OpenPath(__real_##real, path, flags, ap); \
+        va_end(ap);                                              \
+        return fd;                                               \
+    }
+WRAP_OPEN(open)
+WRAP_OPEN(open64)
 
 int __wrap_close(int fd)
 {

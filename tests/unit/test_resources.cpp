@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <set>
+#include <tuple>
 
 #include "world.h"
 
@@ -44,8 +45,10 @@ ThermalWords Words(const _ThermalInfo& info)
 
 // ---- Thermal settings ----
 
-// Each key lands in its word by the conversion rules; groups that are no
-// objects, nulls and unknown keys change nothing.
+// Each key lands in its word by the conversion rules of unsigned and int
+// members (integers keep their low 32 bits, numbers with a fraction go toward
+// zero and saturate, unsigned ones at 0, booleans give 1 or 0); groups that
+// are no objects, nulls and unknown keys change nothing.
 TEST_F(Resource, ThermalBodyMergesEachKeyIntoItsWord)
 {
     const std::pair<const char*, std::vector<std::pair<int, uint32_t>>> cases[] = {
@@ -58,7 +61,8 @@ TEST_F(Resource, ThermalBodyMergesEachKeyIntoItsWord)
         {R"({"fakeColorData": {"colorMode": 1, "colorBar": false, "whiteHotModeData": {"highRange": 2, "midRange": 3,
             "lowRange": 4, "highMin": 5, "midMax": 6, "midMin": -1e12, "lowMax": 8}}})",
          {{10, 1}, {11, 0}, {12, 2}, {13, 3}, {14, 4}, {15, 5}, {16, 6}, {17, 0x80000000u}, {18, 8}}},
-        {R"({"thermalAfData": {"compensateTemp": 9, "ctrlOperation": 88, "afSpeed": 77, "afMode": 1, "tempAdapt": -3}})",
+        {R"({"thermalAfData": {"compensateTemp": 9, "ctrlOperation": 88, "afSpeed": 77, "afMode": 1,
+            "tempAdapt": 4294967293}})",
          {{19, 1}, {20, 88}, {21, uint32_t(-3)}, {22, 77}, {23, 9}}},
         {R"({"thermalAfData": {"tempAdapt": null}, "basicData": null, "zz": 1, "correctData": {"zz": "x"}})", {}},
         {R"({"basicData": 5, "correctData": "x", "fakeColorData": [1], "blindData": {"blindPosition": true}})", {}},
@@ -110,6 +114,7 @@ TEST_F(Resource, ThermalCorrectionValuesOutsideTheirSetsAreRefused)
             EXPECT_EQ(GetAt<uint32_t>(written.data(), offset), static_cast<uint32_t>(value));
         } else {
             EXPECT_EQ(Isp().requests.size(), 1u) << value;
+            EXPECT_EQ(doubles::DiagFormats().size(), 1u) << value;
             EXPECT_EQ(doubles::Diags().back().text, "[KXAPI]:Time enum is " + std::to_string(value));
         }
     };
@@ -125,48 +130,37 @@ TEST_F(Resource, ThermalCorrectionValuesOutsideTheirSetsAreRefused)
 // ---- White balance and extreme colour ----
 
 // The current text is eighteen '1's with "77" behind its terminator; a new
-// text replaces the start of the field and the '1's are counted over all of it.
+// text and its terminator replace the start of the field, the rest stays as
+// the device sent it, and the '1's are counted over all of it: 12 are enough.
 TEST_F(Resource, AwbTextIsLaidOverTheCurrentField)
 {
-    const std::string current = std::string(18, '1') + '\0' + "77", t255(255, '1');
-    const std::pair<std::string, std::string> cases[] = {
+    const std::string current = std::string(18, '1') + '\0' + "77", t255(255, '1'), nul(1, '\0');
+    const std::pair<std::string, std::string> cases[] = {  // the body, what it lays over the field ("": refused)
         {"{}", current},
         {"[1, 2]", current},
         {R"({"regionAwbAttr": {"roiWeightArray": null}})", current},
-        {R"({"regionAwbAttr": {"roiWeightArray": "0000000000001111111111111"}})", std::string(12, '0') + std::string(13, '1')},
-        {R"({"regionAwbAttr": {"roiWeightArray": "111"}})", "111" + std::string(1, '\0') + std::string(14, '1') + '\0' + "77"},
-        {R"({"regionAwbAttr": {"roiWeightArray": ")" + t255 + R"("}})", t255},
+        {R"({"regionAwbAttr": {"roiWeightArray": "000000000000111111111111"}})",
+         std::string(12, '0') + std::string(12, '1') + nul},
+        {R"({"regionAwbAttr": {"roiWeightArray": "111"}})", "111" + nul},
+        {R"({"regionAwbAttr": {"roiWeightArray": ")" + t255 + R"("}})", t255 + nul},
         {R"({"regionAwbAttr": {"roiWeightArray": "11111111111)" + std::string(20, '0') + R"("}})", ""},
     };
     for (const auto& [body, field] : cases) {
         Install();
-        Control().payloads[VW_CMD_AWB] = Payload(current);
+        const std::vector<uint8_t>& payload = Control().payloads[VW_CMD_AWB] = Payload(current);
+        std::vector<uint8_t> expected(payload.begin() + 8, payload.begin() + 8 + AWB_WEIGHTS_LEN);
         Request req("PUT", kUrl, body.c_str());
         const int result = Perform(kAwbPut, req).result;
         ASSERT_EQ(Control().sent.size(), field.empty() ? 1u : 2u) << body;
         if (field.empty()) {
             EXPECT_EQ(result, 4);
+            ASSERT_EQ(doubles::Diags().size(), 2u);  // the read's trace, then the refusal
             EXPECT_EQ(doubles::Diags().back().text, "[KXAPI]:Setting Number 1 can't less than 12");
             continue;
         }
         EXPECT_EQ(result, 0) << body;
-        std::vector<uint8_t> expected(field.begin(), field.end());
-        expected.resize(AWB_WEIGHTS_LEN);
+        std::copy(field.begin(), field.end(), expected.begin());
         EXPECT_EQ(Params(AWB_WEIGHTS_LEN), expected) << body;
-    }
-}
-
-// The strength (current 4294967295) is unsigned and goes out as a word,
-// followed by a zero word.
-TEST_F(Resource, FusionStrengthConversions)
-{
-    const std::pair<const char*, uint32_t> cases[] = {
-        {"{}", 4294967295u}, {R"({"fusionStrength": 7.9})", 7}, {R"({"fusionStrength": -3.5})", 0}};
-    for (const auto& [body, sent] : cases) {
-        Install();
-        Request req("PUT", kUrl, body);
-        EXPECT_EQ(Perform(kExtrePut, req).result, 0) << body;
-        EXPECT_EQ(GetAt<uint64_t>(Params(8).data(), 0), sent) << body;
     }
 }
 
@@ -176,7 +170,8 @@ TEST_F(Resource, FusionStrengthConversions)
 TEST_F(Resource, LockFlagFromEachKindOfEnable)
 {
     const std::pair<const char*, uint8_t> cases[] = {
-        {R"({"enable": true})", 1}, {R"({"enable": 0.5})", 1}, {R"({"enable": false})", 0}, {"{}", 0},
+        {R"({"enable": true})", 1}, {R"({"enable": 0.5})", 1}, {R"({"enable": -5})", 1}, {R"({"enable": 256})", 1},
+        {R"({"enable": false})", 0}, {R"({"enable": 0.0})", 0}, {"{}", 0},
     };
     for (const auto& [body, flag] : cases) {
         Install();
@@ -230,6 +225,7 @@ TEST_F(Resource, AfPlaneSwitchByteIsRewrittenOnlyWhenNamed)
         Request req("PUT", kUrl, body);
         ASSERT_EQ(Perform(kAfPlanePut, req).result, 0) << body;
         EXPECT_EQ(Written().at(AF_PLANE_ENABLE_OFFSET), sent) << body;
+        EXPECT_NE(doubles::OpLogs().at(0).en.find("Enable:" + std::to_string(sent) + ","), std::string::npos);
     }
 }
 
@@ -245,7 +241,7 @@ TEST_F(Resource, AdaptationBlocksAreRewrittenFromTheConfiguration)
         int32_t flag;
         uint32_t state, written;
     } cases[] = {{kResetFog, 7, 0, 5, 0xf0f0}, {kResetBacklight, 6, 1, 0, 3}, {kResetBacklight, 6, 1, 5, 3},
-                 {kResetBacklight, 6, 0, 3, 0}, {kResetBacklight, 6, 0, 5, 5}};
+                 {kResetBacklight, 6, 0, 3, 0}, {kResetBacklight, 6, 0, 2, 2}, {kResetBacklight, 6, 0, 4, 4}};
     for (const auto& c : cases) {
         Install();
         PutAt<int32_t>(Control().payloads[VW_CMD_ADAPT_CONFIG_GET], ADAPT_REPLY_BACKLIGHT - 200, c.flag);
@@ -259,14 +255,21 @@ TEST_F(Resource, AdaptationBlocksAreRewrittenFromTheConfiguration)
     }
 }
 
-// The speed value goes back with the set command, the rest of the body zero.
-TEST_F(Resource, SpeedResetSendsTheConfiguredValueBack)
+// The parameters of a write command from body byte 8, the rest of the body
+// zero: the fusion strength (current 4294967295) as a word and a zero word;
+// the configured speed value, sent back with the set command.
+TEST_F(Resource, CommandParametersAsSent)
 {
-    Request req("PUT", kUrl);
-    EXPECT_EQ(Perform(kResetSpeed, req).result, 0);
-    std::vector<uint8_t> params(VW_CMD_BODY_LEN - 8, 0);
-    PutAt<uint32_t>(params, 0, 77);
-    EXPECT_EQ(Params(params.size()), params);
+    const std::tuple<Flow, const char*, uint32_t> cases[] = {
+        {kExtrePut, "{}", 4294967295u}, {kExtrePut, R"({"fusionStrength": 7})", 7}, {kResetSpeed, nullptr, 77}};
+    for (const auto& [flow, body, value] : cases) {
+        Install();
+        Request req("PUT", kUrl, body);
+        EXPECT_EQ(Perform(flow, req).result, 0);
+        std::vector<uint8_t> params(VW_CMD_BODY_LEN - 8, 0);
+        PutAt<uint32_t>(params, 0, value);
+        EXPECT_EQ(Params(params.size()), params) << value;
+    }
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // What the stages of every resource do the same way, one table each: the
 // exchanges a request makes, the ChannelId rule, failures of allocation,
 // fills and services, refused bodies, and the blocks that go out for reads.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -27,6 +28,7 @@ protected:
     void TearDown() override
     {
         EXPECT_EQ(Isp().opens, Isp().closes);
+        EXPECT_EQ(Isp().openFlags, std::vector<int>(Isp().opens, O_RDWR));  // read-write, nothing more
         EXPECT_EQ(Isp().messagesLive, 0);
     }
 };
@@ -68,7 +70,6 @@ const ExchangeCase kExchanges[] = {
     {"ExtrePut", kExtrePut, "/isp?ChannelId=7", {}, {"read 3229 sock", "write 3229 client"}},
     {"Lock", kLock, "/isp?ChannelId=103", {"create 16@2 4 untimed"}, {}},
     {"LockChannelWrapsBelow101", kLock, "/isp?ChannelId=100", {"create 16@4294967295 4 untimed"}, {}},
-    {"LockChannelZero", kLock, "/isp?ChannelId=0", {"create 16@4294967195 4 untimed"}, {}},
     {"ThermalGet", kThermalGet, "/isp?ChannelId=102", {"read 25@2 100"}, {}},
     {"ThermalPut", kThermalPut, "/isp?ChannelId=102", {"read 25@2 100 as allocated", "write 25@2 100"}, {}},
     {"RestoreReadsNoChannelId", kRestore, "/isp", {"write 27@- 0 untimed"}, {}},
@@ -112,11 +113,14 @@ TEST_P(Exchanges, OfEachRequest)
     }
     EXPECT_EQ(service, c.service);
     EXPECT_EQ(commands, c.commands);
+    // A success writes no diagnostic but these traces (and the lock's body).
+    if (c.flow.parse == kLock.parse) {
+        traces.insert(traces.begin(), std::string("[KXAPI]:ParsePutIspIaasAEExpLock,JsonData:") + kBody);
+    }
     std::vector<std::string> traced;
     for (const doubles::Diag& d : Diags()) {
-        if (d.format == "[KXAPI]:%s: httpReq[%s %s] sendCmd[%d] recvMsg[%d] Result[%d]") {
-            traced.push_back(d.text.substr(d.text.find(": httpReq")));
-        }
+        const bool command = d.format == "[KXAPI]:%s: httpReq[%s %s] sendCmd[%d] recvMsg[%d] Result[%d]";
+        traced.push_back(command ? d.text.substr(d.text.find(": httpReq")) : d.text);
     }
     EXPECT_EQ(traced, traces);
 }
@@ -167,6 +171,7 @@ TEST_F(Stages, ChannelIdMustBeReadableAndInRange)
         EXPECT_EQ(Control().sent.size(), c.commandsBefore) << c.stage.name << " " << c.url;
         EXPECT_EQ(Isp().opens, 0) << c.stage.name;
         EXPECT_TRUE(req.Slot(0) == nullptr && req.Slot(1) == nullptr && req.Slot(2) == nullptr) << c.stage.name;
+        ASSERT_EQ(Diags().size(), c.commandsBefore + 1) << c.stage.name << " " << c.url;  // the commands' traces
         const std::string diag = Diags().back().text;
         if (c.result == -1) {
             EXPECT_EQ(diag, "[KXAPI]:" + std::string(std::strchr(c.url, '=') + 1) + ": nChannelID Error");
@@ -211,18 +216,21 @@ struct FailureCase {
     AnyStage stage;
     Arm arm;
     int result;
-    const char* diag;  // the last diagnostics, split by '|'; "{}" stands for the stage's name
+    const char* diag;             // every diagnostic in order, split by '|'; "{}" stands for the stage's name
+    const char* entry = nullptr;  // the English text of the failure entry the stage writes, if any
 };
 
-const char* const kMalloc = "[KXAPI]:{}: malloc fail, response for req[PUT /isp?ChannelId=102]";
-const char* const kMemset = "[KXAPI]:{}: memset_s failed";
-const char* const kMemcpy = "[KXAPI]:{}: memcpy_s failed";
+#define kMalloc "[KXAPI]:{}: malloc fail, response for req[PUT /isp?ChannelId=102]"
+#define kMemset "[KXAPI]:{}: memset_s failed"
+#define kMemcpy "[KXAPI]:{}: memcpy_s failed"
 #define kGet "[KXAPI]:{}: GetIspSrvData failed"
 #define kSet "[KXAPI]:{}: SetIspSrvData failed"
 #define kReset "[KXAPI]:{}: ResetIspSrvData failed"
 #define kReadRecv "[KXAPI]:wiro_message_recvfd_timeout failed,fd:9000,err:5,ret:-1\n|"
+#define kWriteRecv "[KXAPI]:wiro_message_recvfd_timeout failed,fd:9001,err:5,ret:-1 \n|"
 #define kScratch "[KXAPI]:[memset_s] expect Ret 0, actual Ret 34."
 #define kHttpReq "httpReq[PUT /isp?ChannelId=102] "
+#define kTraced(code, next) "[KXAPI]:{}: " kHttpReq "sendCmd[" #code "] recvMsg[" #next "] Result[0]|"
 
 #define READ_FAILURES(flow, fn, blockFill)                                                    \
     {flow, STAGE(run, fn), Fail(Call::Malloc), 18, kMalloc}, {flow, STAGE(run, fn), Fail(Call::MemsetS), 1, kMemset}, \
@@ -232,6 +240,11 @@ const char* const kMemcpy = "[KXAPI]:{}: memcpy_s failed";
     {flow, STAGE(kind, fn), Unsent(code), 1, "[KXAPI]:Send SynUnixMsg for Getting cmd[" #code "] failed"},     \
     {flow, STAGE(kind, fn), Fail(Call::MemsetS, 1), 0, kScratch "|[KXAPI]:{}: " kHttpReq "sendCmd[" #code "] recvMsg[" #next "] Result[0]"}, \
     {flow, STAGE(kind, fn), Fail(Call::MemsetS, 2), 0, kScratch "|[KXAPI]:{}: " kHttpReq "sendCmd[" #code "] recvMsg[" #next "] Result[0]"}
+
+// The adaptation configuration read: refused (-1) or not sent (1), no entry.
+#define ADAPT_FAILURES(flow, fn)                                                                               \
+    {flow, STAGE(run, fn), Refused(3213, 6), -1, "[KXAPI]:{}: " kHttpReq "sendCmd[3213] recvMsg[3214] Result[6]"}, \
+    {flow, STAGE(run, fn), Unsent(3213), 1, "[KXAPI]:Send SynUnixMsg for Getting cmd[3213] failed"}
 
 const FailureCase kFailures[] = {
     READ_FAILURES(kFakeRatio, RunGetIspIaasFakeRatio, 2),
@@ -243,10 +256,10 @@ const FailureCase kFailures[] = {
     {kCapability, STAGE(run, RunGetIspIaasCapability), [](Request&) { Control().abilityFails = true; }, 1,
      "[KXAPI]:{}: get device ability failed"},
     {kThermalPut, STAGE(preProc, PreProcPutIspIaasThermal), Fail(Call::Malloc), 18, kMalloc},
-    {kThermalPut, STAGE(preProc, PreProcPutIspIaasThermal), SrvFails(), 1, kGet},
+    {kThermalPut, STAGE(preProc, PreProcPutIspIaasThermal), SrvFails(), 1, kReadRecv kGet},
     {kThermalPut, STAGE(parse, ParsePutIspIaasThermal), Fail(Call::Malloc), 18, kMalloc},
     {kThermalPut, STAGE(run, RunPutIspIaasThermal), Fail(Call::MemsetS), 1, kMemset},
-    {kThermalPut, STAGE(run, RunPutIspIaasThermal), SrvFails(), 1, kSet},
+    {kThermalPut, STAGE(run, RunPutIspIaasThermal), SrvFails(), 1, kWriteRecv kSet},
     // The block is zero-filled before the correction values are checked.
     {kThermalPut, STAGE(run, RunPutIspIaasThermal),
      [](Request& r) {
@@ -255,7 +268,7 @@ const FailureCase kFailures[] = {
      },
      1, kMemset},
     {kAfPlanePut, STAGE(preProc, PreProcPutIspIaasAfPlanePoint), Fail(Call::Malloc), 18, kMalloc},
-    {kAfPlanePut, STAGE(preProc, PreProcPutIspIaasAfPlanePoint), SrvFails(), 1, kGet},
+    {kAfPlanePut, STAGE(preProc, PreProcPutIspIaasAfPlanePoint), SrvFails(), 1, kReadRecv kGet},
     {kAfPlanePut, STAGE(parse, ParsePutIspIaasAfPlanePoint), Fail(Call::Malloc), 18, kMalloc},
     {kAfPlanePut, STAGE(parse, ParsePutIspIaasAfPlanePoint), Fail(Call::MemsetS), 1, kMemset},
     // The copy into the zero-filled record counts as a scratch copy.
@@ -278,53 +291,45 @@ const FailureCase kFailures[] = {
      "[KXAPI]:wiro_content_append failed \n|" kSet},
     {kAfPlanePut, STAGE(run, RunPutIspIaasAfPlanePoint), SrvFails(SrvStep::Send), 1,
      "[KXAPI]:wiro_message_sendfd_timeout failed,fd:9001,err:5,ret:-1 \n|" kSet},
-    {kAfPlanePut, STAGE(run, RunPutIspIaasAfPlanePoint), SrvFails(), 1,
-     "[KXAPI]:wiro_message_recvfd_timeout failed,fd:9001,err:5,ret:-1 \n|" kSet},
+    {kAfPlanePut, STAGE(run, RunPutIspIaasAfPlanePoint), SrvFails(), 1, kWriteRecv kSet},
     {kAfPlanePut, STAGE(run, RunPutIspIaasAfPlanePoint), Answers(200, 1), 1, "[KXAPI]:wiro_content_copy failed \n|" kSet},
     {kAfPlanePut, STAGE(run, RunPutIspIaasAfPlanePoint), Answers(0, 0), 1, "[KXAPI]:wiro_code failed \n|" kSet},
     {kRestore, STAGE(run, RunPutIspIaasRestoreDefaultParams), SrvFails(SrvStep::Send), 1,
-     "[KXAPI]:wiro_message_sendfd failed \n|" kReset},
-    {kRestore, STAGE(run, RunPutIspIaasRestoreDefaultParams), SrvFails(), 1, "[KXAPI]:wiro_message_recvfd failed \n|" kReset},
+     "[KXAPI]:wiro_message_sendfd failed \n|" kReset, "Restore ISP Default Param Fail."},
+    {kRestore, STAGE(run, RunPutIspIaasRestoreDefaultParams), SrvFails(), 1,
+     "[KXAPI]:wiro_message_recvfd failed \n|" kReset, "Restore ISP Default Param Fail."},
     {kLock, STAGE(parse, ParsePutIspIaasAEExpLock), Fail(Call::Calloc), 18,
      "[KXAPI]:{}: calloc fail, response for req[PUT /isp?ChannelId=102]"},
-    {kLock, STAGE(run, RunPutIspIaasAEExpLock), SrvFails(), 1, "[KXAPI]:{}: CreateIspSrvData failed"},
+    {kLock, STAGE(run, RunPutIspIaasAEExpLock), SrvFails(), 1,
+     "[KXAPI]:wiro_message_recvfd failed \n|[KXAPI]:{}: CreateIspSrvData failed"},
     COMMAND_FAILURES(kAwbGet, run, RunGetIspIaasAwb, 3231, 3232),
     COMMAND_FAILURES(kAwbPut, preProc, PreProcPutIspIaasAwb, 3231, 3232),
     COMMAND_FAILURES(kAwbPut, run, RunPutIspIaasAwb, 3231, 3232),
     COMMAND_FAILURES(kExtreGet, run, RunGetIspIaasExtreColor, 3229, 3230),
     COMMAND_FAILURES(kExtrePut, preProc, PreProcPutIspIaasExtreColor, 3229, 3230),
     COMMAND_FAILURES(kExtrePut, run, RunPutIspIaasExtreColor, 3229, 3230),
-    {kAwbGet, STAGE(run, RunGetIspIaasAwb), Fail(Call::Malloc), 18, kMalloc},
-    {kAwbPut, STAGE(preProc, PreProcPutIspIaasAwb), Fail(Call::Malloc), 18, kMalloc},
-    {kAwbPut, STAGE(preProc, PreProcPutIspIaasAwb), Fail(Call::MemcpyS), 1, kMemcpy},
+    {kAwbGet, STAGE(run, RunGetIspIaasAwb), Fail(Call::Malloc), 18, kTraced(3231, 3232) kMalloc},
+    {kAwbPut, STAGE(preProc, PreProcPutIspIaasAwb), Fail(Call::Malloc), 18, kTraced(3231, 3232) kMalloc},
+    {kAwbPut, STAGE(preProc, PreProcPutIspIaasAwb), Fail(Call::MemcpyS), 1, kTraced(3231, 3232) kMemcpy},
     {kAwbPut, STAGE(parse, ParsePutIspIaasAwb), Fail(Call::Malloc), 18, kMalloc},
-    {kExtreGet, STAGE(run, RunGetIspIaasExtreColor), Fail(Call::Malloc), 18, kMalloc},
-    {kExtrePut, STAGE(preProc, PreProcPutIspIaasExtreColor), Fail(Call::MemcpyS), 1, kMemcpy},
-    // The adaptation configuration read: refused (-1) or not sent (1).
-    {kResetFog, STAGE(run, RunPutIspIaasResetFogAdapt), Refused(3213, 6), -1,
-     "[KXAPI]:{}: " kHttpReq "sendCmd[3213] recvMsg[3214] Result[6]"},
-    {kResetFog, STAGE(run, RunPutIspIaasResetFogAdapt), Unsent(3213), 1,
-     "[KXAPI]:Send SynUnixMsg for Getting cmd[3213] failed"},
-    {kResetSpeed, STAGE(run, RunPutIspIaasResetSpeedAdapt), Refused(3213, 6), -1,
-     "[KXAPI]:{}: " kHttpReq "sendCmd[3213] recvMsg[3214] Result[6]"},
-    {kResetSpeed, STAGE(run, RunPutIspIaasResetSpeedAdapt), Unsent(3213), 1,
-     "[KXAPI]:Send SynUnixMsg for Getting cmd[3213] failed"},
-    {kResetBacklight, STAGE(run, RunPutIspIaasResetBackLightAdapt), Refused(3213, 6), -1,
-     "[KXAPI]:{}: " kHttpReq "sendCmd[3213] recvMsg[3214] Result[6]"},
-    {kResetBacklight, STAGE(run, RunPutIspIaasResetBackLightAdapt), Unsent(3213), 1,
-     "[KXAPI]:Send SynUnixMsg for Getting cmd[3213] failed"},
-    {kResetFog, STAGE(run, RunPutIspIaasResetFogAdapt), Fail(Call::Malloc), 18, kMalloc},
+    {kExtreGet, STAGE(run, RunGetIspIaasExtreColor), Fail(Call::Malloc), 18, kTraced(3229, 3230) kMalloc},
+    {kExtrePut, STAGE(preProc, PreProcPutIspIaasExtreColor), Fail(Call::MemcpyS), 1, kTraced(3229, 3230) kMemcpy},
+    ADAPT_FAILURES(kResetFog, RunPutIspIaasResetFogAdapt), ADAPT_FAILURES(kResetSpeed, RunPutIspIaasResetSpeedAdapt),
+    ADAPT_FAILURES(kResetBacklight, RunPutIspIaasResetBackLightAdapt),
+    {kResetFog, STAGE(run, RunPutIspIaasResetFogAdapt), Fail(Call::Malloc), 18, kTraced(3213, 3214) kMalloc},
     // The command's reply, its body, then the block.
-    {kResetBacklight, STAGE(run, RunPutIspIaasResetBackLightAdapt), Fail(Call::MemsetS, 3), 1, kMemset},
+    {kResetBacklight, STAGE(run, RunPutIspIaasResetBackLightAdapt), Fail(Call::MemsetS, 3), 1,
+     kTraced(3213, 3214) kMemset},
     // The two resets name a failed message creation differently.
     {kRestore, STAGE(run, RunPutIspIaasRestoreDefaultParams), SrvFails(SrvStep::New), 1,
-     "[KXAPI]:new send msg failed \n|" kReset},
+     "[KXAPI]:new send msg failed \n|" kReset, "Restore ISP Default Param Fail."},
     {kResetThermal, STAGE(run, RunPutIspIaasResetThermal), SrvFails(SrvStep::New), 1,
-     "[KXAPI]:wiro_message_new failed \n|" kReset},
+     "[KXAPI]:wiro_message_new failed \n|" kReset, "Reset ISP Thermal Param Fail."},
 };
 
-// Each failure ends its stage with its result and diagnostic, leaves every
-// slot as it was, and frees what the stage took (ASan).
+// Each failure ends its stage with its result, all its diagnostics in order
+// and its failure entry or none, leaves every slot as it was, and frees what
+// the stage took (ASan).
 TEST_F(Stages, FailuresLeaveTheSlotsAsTheyWere)
 {
     for (const FailureCase& c : kFailures) {
@@ -345,11 +350,16 @@ TEST_F(Stages, FailuresLeaveTheSlotsAsTheyWere)
         for (size_t at; (at = expected.find("{}")) != std::string::npos;) {
             expected.replace(at, 2, c.stage.name);
         }
-        const size_t lines = std::min<size_t>(std::count(expected.begin(), expected.end(), '|') + 1, Diags().size());
-        for (size_t i = Diags().size() - lines; i < Diags().size(); ++i) {
-            texts += (texts.empty() ? "" : "|") + Diags()[i].text;
+        for (const doubles::Diag& d : Diags()) {
+            texts += (texts.empty() ? "" : "|") + d.text;
         }
         EXPECT_EQ(texts, expected) << c.stage.name;
+        std::vector<std::string> entries;
+        for (const doubles::OpLog& entry : doubles::OpLogs()) {
+            entries.push_back(entry.en);
+        }
+        EXPECT_EQ(entries, std::vector<std::string>(c.entry != nullptr ? 2 : 0, kWho + (c.entry ? c.entry : "")))
+            << c.stage.name << " " << c.diag;
     }
 }
 
@@ -364,23 +374,21 @@ size_t CurrentSize(const Flow& flow)
          : flow.preProc == kThermalPut.preProc ? THERMAL_BLOCK_SIZE : 0;
 }
 
-// A body the Parse stage cannot take: 4 and "json decode fail" in its name,
-// no request record, the current settings as read, nothing written, no
-// entry and no response.
+// A body the Parse stage cannot take (the codec refuses each JSON type in
+// its own table): 4 and "json decode fail" in its name, no request record,
+// the current settings as read, nothing written, no entry and no response.
 TEST_F(Stages, RefusedBodiesChangeNothing)
 {
     const std::string t256(256, '1');
     const std::pair<Flow, std::string> cases[] = {
-        {kAwbPut, R"({"regionAwbAttr": {"roiWeightArray": 1}})"}, {kAwbPut, R"({"regionAwbAttr": {"roiWeightArray": {}}})"},
-        {kAwbPut, R"({"regionAwbAttr": {"roiWeightArray": true}})"}, {kAwbPut, "{"},
+        {kAwbPut, R"({"regionAwbAttr": {"roiWeightArray": 1}})"}, {kAwbPut, "{"},
         {kAwbPut, R"({"regionAwbAttr": {"roiWeightArray": ")" + t256 + R"("}})"},
-        {kExtrePut, R"({"fusionStrength": "7"})"}, {kExtrePut, R"({"fusionStrength": [7]})"}, {kExtrePut, "fusionStrength"},
+        {kExtrePut, R"({"fusionStrength": "7"})"}, {kExtrePut, "fusionStrength"},
         {kLock, R"({"enable": "true"})"}, {kLock, R"({"enable": [1]})"}, {kLock, R"({"enable": {}})"}, {kLock, "enable"},
-        {kAfPlanePut, R"({"enable": "yes"})"}, {kAfPlanePut, R"({"planePoints": {}})"}, {kAfPlanePut, R"({"PointMax": [1]})"},
-        {kAfPlanePut, R"({"planePoints": [{"planePointY": "1"}]})"}, {kAfPlanePut, "not json"}, {kAfPlanePut, ""},
-        {kThermalPut, "not json"}, {kThermalPut, R"({"basicData": {"contrast": "x"}})"}, {kThermalPut, "null"},
-        {kThermalPut, R"({"correctData": {"autoModeData": {"correctTime": "00:30"}}})"}, {kThermalPut, ""},
-        {kThermalPut, R"({"basicData": {"contrast": {}}})"},
+        {kAfPlanePut, R"({"enable": "yes"})"}, {kAfPlanePut, R"({"planePoints": {}})"}, {kAfPlanePut, ""},
+        {kAfPlanePut, R"({"planePoints": [{"planePointY": "1"}]})"}, {kThermalPut, "null"},
+        {kThermalPut, R"({"basicData": {"contrast": "x"}})"},
+        {kThermalPut, R"({"correctData": {"autoModeData": {"correctTime": "00:30"}}})"},
     };
     for (const auto& [flow, body] : cases) {
         Install();
@@ -388,10 +396,12 @@ TEST_F(Stages, RefusedBodiesChangeNothing)
         ASSERT_EQ(flow.preProc == nullptr || flow.preProc(&req.header, &req.sock, &req.ctx) == 0, true);
         const size_t size = CurrentSize(flow);
         const std::vector<uint8_t> current(static_cast<uint8_t*>(req.Slot(0)), static_cast<uint8_t*>(req.Slot(0)) + size);
+        doubles::ClearLogs();
         const doubles::Outcome o = doubles::Perform({.parse = flow.parse, .run = flow.run, .format = flow.format}, req);
         EXPECT_EQ(o.result, 4) << body;
         EXPECT_EQ(o.formatted, -1) << body;
-        EXPECT_EQ(Diags().back().format, "[KXAPI]:%s[%d] json decode fail\n") << body;
+        // The refusal alone: a body traced on success is not traced here.
+        EXPECT_EQ(doubles::DiagFormats(), std::vector<std::string>{"[KXAPI]:%s[%d] json decode fail\n"}) << body;
         EXPECT_EQ(Diags().back().text.find("[KXAPI]:ParsePutIspIaas"), 0u) << body;
         EXPECT_EQ(req.Slot(1), nullptr) << body;
         EXPECT_EQ(std::vector<uint8_t>(static_cast<uint8_t*>(req.Slot(0)), static_cast<uint8_t*>(req.Slot(0)) + size),

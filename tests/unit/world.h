@@ -71,34 +71,46 @@ inline std::vector<uint8_t> ThermalBlock(const ThermalWords& words)
     return block;
 }
 
-// The white-balance text: 256 characters with no terminator, then more.
+// A block whose bytes differ within every 128 (a field read from a wrong
+// offset shows), before the fields a test sets; none is a NUL or a digit.
+inline std::vector<uint8_t> Patterned(size_t size, uint8_t seed)
+{
+    std::vector<uint8_t> b(size);
+    for (size_t i = 0; i < size; ++i) {
+        b[i] = static_cast<uint8_t>(0x80 | (i * 7 + seed));
+    }
+    return b;
+}
+
+// The white-balance text: 256 characters with no terminator and no repeat
+// (every fourth a '1'), then more.
 inline std::string AwbText()
 {
+    const std::string alnum = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
     std::string text;
-    for (int i = 0; i < 16; ++i) {
-        text += "111111111111/000";
+    for (size_t i = 0; i < AWB_WEIGHTS_LEN; ++i) {
+        text += i % 4 == 1 ? '1' : alnum[(i * 37 + i / 62) % 62];
     }
     return text;
 }
 
-// A control-process payload: the channel field, then `params` from byte 8.
+// A control-process payload: the channel field, then `params` from byte 8,
+// then patterned bytes.
 inline std::vector<uint8_t> Payload(const std::string& params, size_t size = 264)
 {
-    std::vector<uint8_t> p(std::max(size, 8 + params.size()), 0);
-    doubles::PutAt<uint32_t>(p, 0, 101);
+    std::vector<uint8_t> p = Patterned(std::max(size, 8 + params.size()), 0x31);
+    doubles::PutAt<uint64_t>(p, 0, 101);
     std::copy(params.begin(), params.end(), p.begin() + 8);
     return p;
 }
 
-// The autofocus block of the plane points: every byte set, so that untouched
-// bytes show; switch on, PointMax 4000000000, points 4000000001 to ...08.
+// The autofocus block of the plane points: switch on between zero bytes,
+// PointMax 4000000000, points 4000000001 to ...08.
 inline std::vector<uint8_t> AfBlock()
 {
-    std::vector<uint8_t> b(AF_BLOCK_SIZE);
-    for (size_t i = 0; i < b.size(); ++i) {
-        b[i] = static_cast<uint8_t>(i * 7 + 1);
-    }
-    b[AF_PLANE_ENABLE_OFFSET] = 1;
+    std::vector<uint8_t> b = Patterned(AF_BLOCK_SIZE, 1);
+    doubles::PutAt<uint32_t>(b, AF_PLANE_ENABLE_OFFSET - 4, 0);
+    doubles::PutAt<uint32_t>(b, AF_PLANE_ENABLE_OFFSET, 1);
     for (uint32_t i = 0; i < 9; ++i) {
         doubles::PutAt<uint32_t>(b, AF_PLANE_POINT_MAX_OFFSET + 4 * i, 4000000000u + i);
     }
@@ -112,22 +124,22 @@ inline void Install()
     using doubles::Isp;
     using doubles::PutAt;
     doubles::ResetAll();
-    PutAt(Isp().blocks[{28, 0}], 200, 1.5);
-    Isp().blocks[{28, 0}].resize(FAKE_RATIO_BLOCK_SIZE);
-    auto& status = Isp().blocks[{17, 0}] = std::vector<uint8_t>(AF_BLOCK_SIZE);
+    PutAt(Isp().blocks[{28, 0}] = Patterned(FAKE_RATIO_BLOCK_SIZE, 2), FAKE_RATIO_OFFSET, 1.5);
+    auto& status = Isp().blocks[{17, 0}] = Patterned(AF_BLOCK_SIZE, 3);
     PutAt(status, AF_ZOOM_RATIO_OFFSET, 2.5);
     PutAt(status, AF_HOR_DEGREE_OFFSET, 60.5);
     PutAt(status, AF_VER_DEGREE_OFFSET, 34.25);
     PutAt<uint32_t>(status, AF_CALIBRATE_STATE_OFFSET, 4294967295u);
     Isp().blocks[{17, 1}] = AfBlock();
-    auto& capability = Isp().blocks[{5, 0}] = std::vector<uint8_t>(CAPABILITY_BLOCK_SIZE);
+    auto& capability = Isp().blocks[{5, 0}] = Patterned(CAPABILITY_BLOCK_SIZE, 4);
     PutAt(capability, CAPABILITY_WIDTH_OFFSET, 1920.5);
     PutAt(capability, CAPABILITY_HEIGHT_OFFSET, 1080.25);
+    Control().ability = Patterned(Control().ability.size(), 5);
     for (int64_t i = 0; i < 10; ++i) {  // brightness, contrast, saturation, hue, sharpness
         PutAt<int64_t>(Control().ability, DEVICE_ABILITY_RANGES_OFFSET + 8 * i, i % 2 == 0 ? -(i + 1) : 100 * i);
     }
     Isp().blocks[{25, 2}] = ThermalBlock(kThermal);
-    Isp().blocks[{16, 1}] = {0, 9, 9, 9};  // the exposure lock's flag off
+    Isp().blocks[{16, 1}] = {6, 0x91, 0x92, 0x93};  // the exposure lock's flag as the service keeps it
     Control().payloads[VW_CMD_AWB] = Payload(AwbText() + "22");
     Control().payloads[VW_CMD_EXTRE_COLOR] = Payload("", 16);
     PutAt<uint32_t>(Control().payloads[VW_CMD_EXTRE_COLOR], 8, 4294967295u);

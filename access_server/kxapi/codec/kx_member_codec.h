@@ -34,7 +34,7 @@ struct NullDealloc {};
 /* How a member's value is rendered. */
 enum MemberKind : int {
     KX_KIND_VALUE = 0,    /* by the member's own type */
-    KX_KIND_BOOL = 1,     /* boolean from the member's first byte */
+    KX_KIND_BOOL = 1,     /* boolean from the member's first byte; decoded as 1 or 0 */
     KX_KIND_CLOCK = 2,    /* minutes after midnight as "HH:MM" */
     KX_KIND_DATETIME = 3, /* seconds since the epoch as local "YYYY-MM-DD HH:MM:SS" */
 };
@@ -245,6 +245,16 @@ template <class T>
 int decode_kind(json_object* value, int kind, T& out)
 {
     if constexpr (std::is_integral_v<T> && !std::is_same_v<T, bool>) {
+        // A boolean member of another integral type takes what a bool would:
+        // 1 for true and for any number that is not 0, else 0.
+        if (kind == KX_KIND_BOOL) {
+            bool flag = false;
+            const int rc = decode_number(value, flag);
+            if (rc == 0) {
+                out = static_cast<T>(flag ? 1 : 0);
+            }
+            return rc;
+        }
         if ((kind == KX_KIND_CLOCK || kind == KX_KIND_DATETIME) && json_object_is_type(value, json_type_string)) {
             char* text = kx_json_string_dup(value);
             if (text == nullptr) {

@@ -58,16 +58,18 @@ struct MemberTable<_ExtreColorInfo> {
 #define EXTRE_COLOR_PAYLOAD_LEN 16
 
 /* Exposure lock: exactly the four bytes the ISP service's create exchange
- * carries, sent and copied back. */
+ * carries, sent and copied back. The flag is a byte rather than a bool: the
+ * service's reply byte is copied over it, and any value it sends stays a
+ * defined value (the JSON reads it as a boolean, the log as its number). */
 struct _AEExpLockInfo {
-    bool enable; /* 1 locks, 0 unlocks */
+    uint8_t enable; /* 1 locks, 0 unlocks */
     uint8_t reserved[3];
 };
 static_assert(sizeof(_AEExpLockInfo) == 4, "the lock record is the exchange's four bytes");
 
 template <>
 struct MemberTable<_AEExpLockInfo> {
-    static auto coders() { return std::make_tuple(member(&_AEExpLockInfo::enable, "enable")); }
+    static auto coders() { return std::make_tuple(member(&_AEExpLockInfo::enable, "enable", KX_KIND_BOOL)); }
 };
 
 KXAPI_STAGE int RunGetIspIaasFakeRatio(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
