@@ -4,7 +4,6 @@
 #define DEVHOST_LOG_TAP_H
 
 #include <cstdio>
-#include <deque>
 #include <mutex>
 #include <string>
 
@@ -21,17 +20,22 @@ public:
 
     // A line of the host's own (requests, start and stop), printed only.
     void Note(const std::string& text);
-    // The kept lines, oldest first: {"lines": [...]}.
-    Json Lines();
+    // The kept lines numbered after `since`, oldest first:
+    // {"lines": [...], "last", "dropped"}; `last` is the number of the latest
+    // line (0 before the first), `dropped` how many lines went to keep the
+    // bound since the start or the last Clear.
+    Json Lines(unsigned long long since = 0);
+    // Forgets the kept lines; the numbering goes on.
     void Clear();
 
-private:
     static constexpr size_t kKeep = 10000;
+
+private:
     static void Sink(const VW_LOG_LINE_S* line, void* self);
 
     FILE* out_;
     std::mutex lock_;
-    std::deque<Json> lines_;
+    RecentEntries lines_{kKeep};
     unsigned long long count_ = 0;
 };
 

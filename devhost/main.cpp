@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -41,15 +42,17 @@ struct Options {
     std::string profile;
     std::string log;
     bool allowMissing = false;
+    size_t journalKeep = kJournalKeepDefault;
 };
 
 const char kUsage[] =
     "usage: ispiaas-devhost [--listen ADDR:PORT] [--module PATH] [--profile FILE] [--log FILE]\n"
-    "                       [--allow-missing] [--print-profile]\n"
+    "                       [--journal-keep N] [--allow-missing] [--print-profile]\n"
     "  --listen ADDR:PORT  where to serve HTTP (default 127.0.0.1:8080; port 0 takes a free one)\n"
     "  --module PATH       the module to load (default " ISPIAAS_DEFAULT_MODULE ")\n"
     "  --profile FILE      a JSON device profile; its values replace the embedded default's\n"
     "  --log FILE          write the diagnostic and operation-log lines there instead of stdout\n"
+    "  --journal-keep N    keep the last N exchanges in the journal (default 4000)\n"
     "  --allow-missing     serve the resources whose stages all exist instead of refusing to start\n"
     "  --print-profile     print the embedded default profile and exit\n";
 
@@ -99,6 +102,12 @@ int ParseOptions(int argc, char** argv, Options& o)
             o.profile = argv[++i];
         } else if (arg == "--log" && hasValue) {
             o.log = argv[++i];
+        } else if (arg == "--journal-keep" && hasValue) {
+            char* end = nullptr;
+            o.journalKeep = std::strtoul(argv[++i], &end, 10);
+            if (*end != '\0' || !std::isdigit(static_cast<unsigned char>(*argv[i])) || o.journalKeep == 0) {
+                return Fail(kExitUsage, std::string("--journal-keep takes a count from 1, not ") + argv[i]);
+            }
         } else {
             std::fputs(kUsage, stderr);
             return kExitUsage;
@@ -222,6 +231,7 @@ int Run(int argc, char** argv)
     }
     SetDeviceAbilityProfile(&image.ability);
     SharedSequence();
+    SetJournalKeep(o.journalKeep);
 
     Child isp{"ISP service simulator", "ispiaas-isp-sim"};
     Child control{"control process simulator", "ispiaas-ctl-sim"};

@@ -175,8 +175,10 @@ MHD_Result Access(void* cls, MHD_Connection* connection, const char* url, const 
         return Send(connection, ErrorReply(413, "the body is larger than " + std::to_string(kBodyLimit) + " bytes"));
     }
     if (path.rfind(kSimPrefix, 0) == 0) {
-        return Send(connection,
-                    HandleSimRoute(front->Parts(), method, path.substr(std::strlen(kSimPrefix)), state->body));
+        const size_t query = state->rawUri.find('?');
+        return Send(connection, HandleSimRoute(front->Parts(), method, path.substr(std::strlen(kSimPrefix)),
+                                               state->body,
+                                               query == std::string::npos ? "" : state->rawUri.substr(query + 1)));
     }
     return Send(connection,
                 RunResource(front->Parts(), connection, path, std::strcmp(method, MHD_HTTP_METHOD_PUT) == 0, *state));

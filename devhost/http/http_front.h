@@ -36,9 +36,10 @@ struct HttpReply {
 HttpReply ErrorReply(unsigned status, const std::string& message);
 HttpReply JsonReply(unsigned status, json_object* body);
 
-// The inspection and fault routes (path without the "/_sim/" prefix).
+// The inspection and fault routes (path without the "/_sim/" prefix; the
+// query as sent, without the '?').
 HttpReply HandleSimRoute(HostParts& parts, const std::string& method, const std::string& path,
-                         const std::string& body);
+                         const std::string& body, const std::string& query);
 
 class HttpFront {
 public:

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -40,10 +41,15 @@ inline std::string ToHex(const Bytes& b) { return ToHex(b.data(), b.size()); }
 std::optional<Bytes> FromHex(const std::string& text);
 
 // ---- the link between the host and a simulator ----------------------------
-// One request and one reply, each a JSON object carried as the content of a
-// framed message (the framed message library's own frame) over a socket pair.
+// One request and one reply, each a JSON object carried as the content of
+// framed messages (the framed message library's own frame) over a socket
+// pair. A text longer than a frame's content limit travels in several frames,
+// each but the last marked with the header key kLinkMoreKey, so that a reply
+// of any size arrives whole.
+inline constexpr int kLinkMoreKey = 1;
 
-// Serves requests on fd until the peer closes it.
+// Serves requests on fd until the peer closes it. A reply that cannot be sent
+// is answered with an {"error"} object instead; only a lost peer ends it.
 void LinkServe(int fd, const std::function<Json(json_object* request)>& handle);
 
 class LinkClient {
@@ -97,24 +103,55 @@ private:
 
 // ---- journal --------------------------------------------------------------
 
+// Entries numbered in increasing order, each kept as its compact JSON text,
+// of which only the last `keep` stay; the older ones are counted as dropped.
+// Not locked: its owner locks.
+class RecentEntries {
+public:
+    explicit RecentEntries(size_t keep) : keep_(keep) {}
+    void Add(unsigned long long seq, std::string text);
+    // The kept entries numbered after `since`, up to `upTo`, as a JSON array.
+    Json After(unsigned long long since, unsigned long long upTo) const;
+    size_t Kept() const { return entries_.size(); }
+    unsigned long long Dropped() const { return dropped_; }
+    // Forgets the entries and the count of dropped ones.
+    void Clear();
+
+private:
+    size_t keep_;
+    std::deque<std::pair<unsigned long long, std::string>> entries_;
+    unsigned long long dropped_ = 0;
+};
+
 // Exchange numbers shared by both simulators, so that the host can merge
-// their journals in the order the exchanges happened.
+// their journals in the order the exchanges happened. They keep counting
+// across a reset, so that a watcher's `since` stays valid.
 std::atomic<unsigned long long>* SharedSequence();
+
+// How many exchanges the journal keeps: set by the host before the
+// simulators are forked, so that both inherit it.
+inline constexpr size_t kJournalKeepDefault = 4000;
+void SetJournalKeep(size_t keep);
+size_t JournalKeep();
 
 class Journal {
 public:
+    Journal() : entries_(JournalKeep()) {}
     // Stamps the entry with the next exchange number and keeps it.
     void Add(Json entry);
     void Clear();
-    Json ToJson();
+    // {"entries": [...], "kept", "dropped"}: the entries numbered after
+    // `since` and up to `upTo`, with the counts of the whole journal.
+    Json ToJson(unsigned long long since, unsigned long long upTo);
 
 private:
     std::mutex lock_;
-    std::vector<Json> entries_;
+    RecentEntries entries_;
 };
 
 // What both simulators keep besides their device state, and the link
-// requests they answer alike: "ping", "journal", "faults", "faults.arm"
+// requests they answer alike: "ping", "journal" (with "since" and "upTo"),
+// "faults", "faults.arm"
 // (with "fault"), "faults.clear".
 struct SimCore {
     FaultTable faults;
