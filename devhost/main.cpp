@@ -52,7 +52,7 @@ const char kUsage[] =
     "  --module PATH       the module to load (default " ISPIAAS_DEFAULT_MODULE ")\n"
     "  --profile FILE      a JSON device profile; its values replace the embedded default's\n"
     "  --log FILE          write the diagnostic and operation-log lines there instead of stdout\n"
-    "  --journal-keep N    keep the last N exchanges in the journal (default 4000)\n"
+    "  --journal-keep N    keep the last N exchanges in the journal (default 2000)\n"
     "  --allow-missing     serve the resources whose stages all exist instead of refusing to start\n"
     "  --print-profile     print the embedded default profile and exit\n";
 

@@ -130,7 +130,7 @@ std::atomic<unsigned long long>* SharedSequence();
 
 // How many exchanges the journal keeps: set by the host before the
 // simulators are forked, so that both inherit it.
-inline constexpr size_t kJournalKeepDefault = 4000;
+inline constexpr size_t kJournalKeepDefault = 2000;
 void SetJournalKeep(size_t keep);
 size_t JournalKeep();
 
