@@ -42,7 +42,9 @@ FAULTS = [
     {"kind": "down"},
 ]
 
-stop_at = time.time() + MINUTES * 60
+# The load goes on a few seconds past the last sample, so that the last
+# sample sees every connection open.
+stop_at = time.time() + MINUTES * 60 + 5
 quiet_from = stop_at - QUIET_TAIL_S
 
 
@@ -65,7 +67,38 @@ class FaultState:
             self.armed = armed
 
 
+class Gate:
+    """Holds every connection between two requests while the sampler
+    counts descriptors, so that no exchange is in flight then."""
+
+    def __init__(self):
+        self.cond = threading.Condition()
+        self.open = True
+        self.busy = 0
+
+    def enter(self):
+        with self.cond:
+            self.cond.wait_for(lambda: self.open)
+            self.busy += 1
+
+    def leave(self):
+        with self.cond:
+            self.busy -= 1
+            self.cond.notify_all()
+
+    def quiet(self):
+        with self.cond:
+            self.open = False
+            self.cond.wait_for(lambda: self.busy == 0)
+
+    def reopen(self):
+        with self.cond:
+            self.open = True
+            self.cond.notify_all()
+
+
 faults = FaultState()
+gate = Gate()
 stats_lock = threading.Lock()
 latencies = []  # (time, seconds) of requests made with no fault armed
 unexpected = []  # descriptions of answers outside what the state allows
@@ -80,6 +113,13 @@ class Client:
     def call(self, method, path, body=None, expect=200):
         """(status, parsed body or None, clean): clean when no fault was armed
         from before the request until after its answer."""
+        gate.enter()
+        try:
+            return self._call(method, path, body, expect)
+        finally:
+            gate.leave()
+
+    def _call(self, method, path, body, expect):
         before = faults.snapshot()
         start = time.time()
         for attempt in range(2):
@@ -250,11 +290,14 @@ def fault_loop():
     while time.time() < quiet_from - FAULT_PERIOD_S:
         fault = FAULTS[i % len(FAULTS)]
         i += 1
+        # From arming to clearing counts as one request for the gate.
+        gate.enter()
         faults.set(True)
-        client.call("POST", "/_sim/faults", json.dumps(fault), expect=201)
+        client._call("POST", "/_sim/faults", json.dumps(fault), 201)
         time.sleep(FAULT_PERIOD_S * 2 / 3)
-        client.call("DELETE", "/_sim/faults")
+        client._call("DELETE", "/_sim/faults", None, 200)
         faults.set(False)
+        gate.leave()
         time.sleep(FAULT_PERIOD_S / 3)
     return i
 
@@ -313,10 +356,14 @@ def main():
         with stats_lock:
             window = [s for (t, s) in latencies if t >= start + (minute - 1) * 60]
             requests, faulted = counts["requests"], counts["faulted"]
-        # Descriptors: the fewest of a few samples, so that the exchanges in
-        # flight at that instant (a session, a connection) are not counted.
-        fd_counts = [min(fds(p) for _ in range(5) if not time.sleep(0.05)) for p in pids]
-        row = [minute, requests - seen_requests, faulted - seen_faulted] + [rss_kb(p) for p in pids] + fd_counts + \
+        # Sampled with every connection idle and no fault armed; the host's
+        # threads get a moment to close what their last exchange opened.
+        gate.quiet()
+        time.sleep(0.3)
+        fd_counts = [fds(p) for p in pids]
+        rss = [rss_kb(p) for p in pids]
+        gate.reopen()
+        row = [minute, requests - seen_requests, faulted - seen_faulted] + rss + fd_counts + \
               [round(percentile(window, q) * 1000, 2) for q in (50, 90, 99, 100)]
         seen_requests, seen_faulted = requests, faulted
         rows.append(row)

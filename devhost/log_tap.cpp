@@ -23,7 +23,7 @@ const char* LangName(VW_LOG_LANG_E lang)
 
 }  // namespace
 
-LogTap::LogTap(FILE* out) : out_(out) { VW_SetLogSink(&LogTap::Sink, this); }
+LogTap::LogTap(FILE* out, size_t keep) : out_(out), lines_(keep) { VW_SetLogSink(&LogTap::Sink, this); }
 
 LogTap::~LogTap() { VW_SetLogSink(nullptr, nullptr); }
 

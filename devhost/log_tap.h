@@ -14,8 +14,11 @@ namespace devhost {
 
 class LogTap {
 public:
-    // Installs the tap as the log's sink; lines are printed to `out`.
-    explicit LogTap(FILE* out);
+    static constexpr size_t kKeepDefault = 10000;
+
+    // Installs the tap as the log's sink; lines are printed to `out`, the
+    // last `keep` of them kept.
+    explicit LogTap(FILE* out, size_t keep = kKeepDefault);
     ~LogTap();
 
     // A line of the host's own (requests, start and stop), printed only.
@@ -28,14 +31,12 @@ public:
     // Forgets the kept lines; the numbering goes on.
     void Clear();
 
-    static constexpr size_t kKeep = 10000;
-
 private:
     static void Sink(const VW_LOG_LINE_S* line, void* self);
 
     FILE* out_;
     std::mutex lock_;
-    RecentEntries lines_{kKeep};
+    RecentEntries lines_;
     unsigned long long count_ = 0;
 };
 

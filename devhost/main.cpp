@@ -43,16 +43,18 @@ struct Options {
     std::string log;
     bool allowMissing = false;
     size_t journalKeep = kJournalKeepDefault;
+    size_t logKeep = LogTap::kKeepDefault;
 };
 
 const char kUsage[] =
     "usage: ispiaas-devhost [--listen ADDR:PORT] [--module PATH] [--profile FILE] [--log FILE]\n"
-    "                       [--journal-keep N] [--allow-missing] [--print-profile]\n"
+    "                       [--journal-keep N] [--log-keep N] [--allow-missing] [--print-profile]\n"
     "  --listen ADDR:PORT  where to serve HTTP (default 127.0.0.1:8080; port 0 takes a free one)\n"
     "  --module PATH       the module to load (default " ISPIAAS_DEFAULT_MODULE ")\n"
     "  --profile FILE      a JSON device profile; its values replace the embedded default's\n"
     "  --log FILE          write the diagnostic and operation-log lines there instead of stdout\n"
     "  --journal-keep N    keep the last N exchanges in the journal (default 2000)\n"
+    "  --log-keep N        keep the last N log lines for /_sim/log (default 10000)\n"
     "  --allow-missing     serve the resources whose stages all exist instead of refusing to start\n"
     "  --print-profile     print the embedded default profile and exit\n";
 
@@ -75,6 +77,17 @@ bool ParseListen(const std::string& text, Options& o)
     }
     o.address = text.substr(0, colon);
     o.port = static_cast<uint16_t>(port);
+    return true;
+}
+
+bool ParseCount(const char* text, size_t& count)
+{
+    char* end = nullptr;
+    const unsigned long long value = std::strtoull(text, &end, 10);
+    if (!std::isdigit(static_cast<unsigned char>(*text)) || *end != '\0' || value == 0 || value > SIZE_MAX / 2) {
+        return false;
+    }
+    count = static_cast<size_t>(value);
     return true;
 }
 
@@ -102,11 +115,9 @@ int ParseOptions(int argc, char** argv, Options& o)
             o.profile = argv[++i];
         } else if (arg == "--log" && hasValue) {
             o.log = argv[++i];
-        } else if (arg == "--journal-keep" && hasValue) {
-            char* end = nullptr;
-            o.journalKeep = std::strtoul(argv[++i], &end, 10);
-            if (*end != '\0' || !std::isdigit(static_cast<unsigned char>(*argv[i])) || o.journalKeep == 0) {
-                return Fail(kExitUsage, std::string("--journal-keep takes a count from 1, not ") + argv[i]);
+        } else if ((arg == "--journal-keep" || arg == "--log-keep") && hasValue) {
+            if (!ParseCount(argv[++i], arg == "--log-keep" ? o.logKeep : o.journalKeep)) {
+                return Fail(kExitUsage, arg + " takes a count from 1, not " + argv[i]);
             }
         } else {
             std::fputs(kUsage, stderr);
@@ -252,7 +263,7 @@ int Run(int argc, char** argv)
     LinkClient controlLink(control.link);
     parts.isp = &ispLink;
     parts.control = &controlLink;
-    LogTap tap(out);
+    LogTap tap(out, o.logKeep);
     parts.log = &tap;
     HttpFront front(parts);
     int status = 0;

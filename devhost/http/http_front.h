@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "intake.h"
 #include "log_tap.h"
 #include "sim_common.h"
 #include "stage_table.h"
@@ -56,6 +57,7 @@ public:
 
 private:
     HostParts& parts_;
+    Intake intake_;
     MHD_Daemon* daemon_ = nullptr;
 };
 

@@ -57,8 +57,12 @@ std::vector<std::string> JsonRows(const std::string& json, const std::string& po
 
 HttpResult DevhostProcess::Request(const std::string& method, const std::string& target, const std::string& body) const
 {
-    const std::string request = method + " " + target + " HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n" +
-                                "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+    return Exchange(method + " " + target + " HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n" +
+                    "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body);
+}
+
+HttpResult DevhostProcess::Exchange(const std::string& request) const
+{
     const sockaddr_in addr{
         .sin_family = AF_INET, .sin_port = htons(port_), .sin_addr = {htonl(INADDR_LOOPBACK)}, .sin_zero = {}};
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);

@@ -37,6 +37,8 @@ public:
     pid_t Pid() const { return pid_; }
     // One request with "Connection: close" and the body's Content-Length.
     HttpResult Request(const std::string& method, const std::string& target, const std::string& body = "") const;
+    // The request text sent as it is; the answer read until the host closes.
+    HttpResult Exchange(const std::string& request) const;
     // SIGTERM, then the exit status.
     int Stop();
 
