@@ -27,6 +27,7 @@ HOSTPORT = BASE.split("//", 1)[1]
 # one made while no fault was armed.
 QUIET_TAIL_S = 8
 FAULT_PERIOD_S = 3.0  # armed for two thirds of it, then cleared
+SAMPLES = 4  # memory and descriptor samples a minute
 
 # Each fault kind of each service, as the fault route takes it.
 FAULTS = [
@@ -299,6 +300,8 @@ def fault_loop():
         faults.set(False)
         gate.leave()
         time.sleep(FAULT_PERIOD_S / 3)
+    # The connection stays open to the end, like the others.
+    time.sleep(max(0.0, stop_at - time.time()))
     return i
 
 
@@ -351,18 +354,22 @@ def main():
     seen_requests = 0
     seen_faulted = 0
     while minute < MINUTES:
-        time.sleep(max(0.0, start + (minute + 1) * 60 - time.time()))
+        # Sampled with every connection idle and no fault armed (the host's
+        # threads get a moment to close what their last exchange opened),
+        # SAMPLES times a minute: descriptors at the last, memory the mean.
         minute += 1
+        rss_samples = []
+        for k in range(1, SAMPLES + 1):
+            time.sleep(max(0.0, start + (minute - 1 + k / SAMPLES) * 60 - time.time()))
+            gate.quiet()
+            time.sleep(0.3)
+            fd_counts = [fds(p) for p in pids]
+            rss_samples.append([rss_kb(p) for p in pids])
+            gate.reopen()
+        rss = [round(sum(s[i] for s in rss_samples) / SAMPLES) for i in range(3)]
         with stats_lock:
             window = [s for (t, s) in latencies if t >= start + (minute - 1) * 60]
             requests, faulted = counts["requests"], counts["faulted"]
-        # Sampled with every connection idle and no fault armed; the host's
-        # threads get a moment to close what their last exchange opened.
-        gate.quiet()
-        time.sleep(0.3)
-        fd_counts = [fds(p) for p in pids]
-        rss = [rss_kb(p) for p in pids]
-        gate.reopen()
         row = [minute, requests - seen_requests, faulted - seen_faulted] + rss + fd_counts + \
               [round(percentile(window, q) * 1000, 2) for q in (50, 90, 99, 100)]
         seen_requests, seen_faulted = requests, faulted

@@ -1,5 +1,6 @@
 #include "sim_common.h"
 
+#include <malloc.h>
 #include <sys/mman.h>
 
 #include <algorithm>
@@ -153,6 +154,11 @@ void LinkServe(int fd, const std::function<Json(json_object*)>& handle)
             reply = JsonError("the simulator had no answer");
         }
         if (SendJson(fd, reply.get())) {
+            // The host asks a few times a second at most: a moment to hand the
+            // pages the exchanges freed (an answer of several MB among them)
+            // back to the system, so that resident memory follows what is kept.
+            reply.reset();
+            malloc_trim(0);
             continue;
         }
         // Whatever was asked, the simulator goes on serving while its peer is
@@ -399,6 +405,8 @@ Json Journal::ToJson(unsigned long long since, unsigned long long upTo)
     json_object_object_add(o.get(), "dropped", json_object_new_int64(static_cast<int64_t>(entries_.Dropped())));
     return o;
 }
+
+void LimitAllocatorArenas() { mallopt(M_ARENA_MAX, 2); }
 
 Json JsonOk()
 {

@@ -50,6 +50,7 @@ inline constexpr int kLinkMoreKey = 1;
 
 // Serves requests on fd until the peer closes it. A reply that cannot be sent
 // is answered with an {"error"} object instead; only a lost peer ends it.
+// After each reply the process's free memory is returned to the system.
 void LinkServe(int fd, const std::function<Json(json_object* request)>& handle);
 
 class LinkClient {
@@ -148,6 +149,13 @@ private:
     std::mutex lock_;
     RecentEntries entries_;
 };
+
+// Called first in a simulator process: at most two allocator arenas. Its
+// threads come and go (a thread per control connection, FUSE workers, held
+// and delayed replies), and with glibc's default of eight arenas per core
+// each new thread could take another arena that keeps what was freed in it,
+// so resident memory crept up for as long as the host served.
+void LimitAllocatorArenas();
 
 // What both simulators keep besides their device state, and the link
 // requests they answer alike: "ping", "journal" (with "since" and "upTo"),
