@@ -332,22 +332,31 @@ bool FaultTable::WaitCleared(const std::atomic<bool>& stop)
 
 // ---- journal ----------------------------------------------------------------
 
-void RecentEntries::Add(unsigned long long seq, std::string text)
+void RecentEntries::Add(unsigned long long seq, const std::string& text)
 {
-    entries_.emplace_back(seq, std::move(text));
+    entries_.push_back(Entry{seq, texts_.size(), text.size()});
+    texts_ += text;
     while (entries_.size() > keep_) {
         entries_.pop_front();
+        start_ = entries_.front().offset;
         dropped_++;
+    }
+    if (start_ > texts_.size() - start_) {
+        texts_.erase(0, start_);
+        for (Entry& e : entries_) {
+            e.offset -= start_;
+        }
+        start_ = 0;
     }
 }
 
 Json RecentEntries::After(unsigned long long since, unsigned long long upTo) const
 {
     auto it = std::upper_bound(entries_.begin(), entries_.end(), since,
-                               [](unsigned long long s, const auto& entry) { return s < entry.first; });
+                               [](unsigned long long s, const Entry& e) { return s < e.seq; });
     Json list(json_object_new_array());
-    for (; it != entries_.end() && it->first <= upTo; ++it) {
-        json_object_array_add(list.get(), JsonParse(it->second).release());
+    for (; it != entries_.end() && it->seq <= upTo; ++it) {
+        json_object_array_add(list.get(), JsonParse(texts_.substr(it->offset, it->length)).release());
     }
     return list;
 }
@@ -355,6 +364,8 @@ Json RecentEntries::After(unsigned long long since, unsigned long long upTo) con
 void RecentEntries::Clear()
 {
     entries_.clear();
+    texts_.clear();
+    start_ = 0;
     dropped_ = 0;
 }
 

@@ -106,11 +106,16 @@ private:
 
 // Entries numbered in increasing order, each kept as its compact JSON text,
 // of which only the last `keep` stay; the older ones are counted as dropped.
-// Not locked: its owner locks.
+// The texts lie one after the other in one buffer, whose dropped head is cut
+// off once it is larger than the rest: the buffer grows to at most twice what
+// `keep` entries take and is then reused, so that the memory stays bounded
+// and flat however long the host serves (a block per text, freed first-in
+// first-out among the exchanges' short-lived blocks, left the heap ever more
+// fragmented). Not locked: its owner locks.
 class RecentEntries {
 public:
     explicit RecentEntries(size_t keep) : keep_(keep) {}
-    void Add(unsigned long long seq, std::string text);
+    void Add(unsigned long long seq, const std::string& text);
     // The kept entries numbered after `since`, up to `upTo`, as a JSON array.
     Json After(unsigned long long since, unsigned long long upTo) const;
     size_t Kept() const { return entries_.size(); }
@@ -119,8 +124,15 @@ public:
     void Clear();
 
 private:
+    struct Entry {
+        unsigned long long seq;
+        size_t offset;  // in texts_
+        size_t length;
+    };
     size_t keep_;
-    std::deque<std::pair<unsigned long long, std::string>> entries_;
+    std::deque<Entry> entries_;
+    std::string texts_;
+    size_t start_ = 0;  // where the oldest kept text begins
     unsigned long long dropped_ = 0;
 };
 
