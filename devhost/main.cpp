@@ -243,6 +243,7 @@ int Run(int argc, char** argv)
     SetDeviceAbilityProfile(&image.ability);
     SharedSequence();
     SetJournalKeep(o.journalKeep);
+    TuneAllocator();  // before the forks: the simulators inherit it
 
     Child isp{"ISP service simulator", "ispiaas-isp-sim"};
     Child control{"control process simulator", "ispiaas-ctl-sim"};

@@ -241,7 +241,6 @@ Json HandleLink(json_object* request)
 
 int RunControlSimulator(const DeviceImage& image, const char* socketPath, int linkFd)
 {
-    LimitAllocatorArenas();
     static ControlSimulator sim(image);
     g_sim = &sim;
     const int listenFd = Listen(socketPath);

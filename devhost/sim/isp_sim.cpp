@@ -476,7 +476,6 @@ Json HandleLink(json_object* request)
 
 int RunIspSimulator(const DeviceImage& image, const char* mountDir, int linkFd)
 {
-    LimitAllocatorArenas();
     static IspSimulator sim(image);
     g_sim = &sim;
 

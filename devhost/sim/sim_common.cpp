@@ -334,16 +334,19 @@ bool FaultTable::WaitCleared(const std::atomic<bool>& stop)
 
 void RecentEntries::Add(unsigned long long seq, const std::string& text)
 {
-    entries_.push_back(Entry{seq, texts_.size(), text.size()});
+    const Entry entry{seq, texts_.size(), text.size()};
     texts_ += text;
-    while (entries_.size() > keep_) {
-        entries_.pop_front();
-        start_ = entries_.front().offset;
+    if (ring_.size() < keep_) {
+        ring_.push_back(entry);
+    } else {
+        ring_[first_] = entry;
+        first_ = (first_ + 1) % ring_.size();
         dropped_++;
     }
+    start_ = At(0).offset;
     if (start_ > texts_.size() - start_) {
         texts_.erase(0, start_);
-        for (Entry& e : entries_) {
+        for (Entry& e : ring_) {
             e.offset -= start_;
         }
         start_ = 0;
@@ -352,18 +355,28 @@ void RecentEntries::Add(unsigned long long seq, const std::string& text)
 
 Json RecentEntries::After(unsigned long long since, unsigned long long upTo) const
 {
-    auto it = std::upper_bound(entries_.begin(), entries_.end(), since,
-                               [](unsigned long long s, const Entry& e) { return s < e.seq; });
+    // The first entry numbered after `since`.
+    size_t lo = 0;
+    size_t hi = ring_.size();
+    while (lo < hi) {
+        const size_t mid = lo + (hi - lo) / 2;
+        if (At(mid).seq <= since) {
+            lo = mid + 1;
+        } else {
+            hi = mid;
+        }
+    }
     Json list(json_object_new_array());
-    for (; it != entries_.end() && it->seq <= upTo; ++it) {
-        json_object_array_add(list.get(), JsonParse(texts_.substr(it->offset, it->length)).release());
+    for (size_t i = lo; i < ring_.size() && At(i).seq <= upTo; i++) {
+        json_object_array_add(list.get(), JsonParse(texts_.substr(At(i).offset, At(i).length)).release());
     }
     return list;
 }
 
 void RecentEntries::Clear()
 {
-    entries_.clear();
+    ring_.clear();
+    first_ = 0;
     texts_.clear();
     start_ = 0;
     dropped_ = 0;
@@ -417,7 +430,12 @@ Json Journal::ToJson(unsigned long long since, unsigned long long upTo)
     return o;
 }
 
-void LimitAllocatorArenas() { mallopt(M_ARENA_MAX, 2); }
+void TuneAllocator()
+{
+    mallopt(M_ARENA_MAX, 2);
+    // A fixed threshold also turns glibc's dynamic one off.
+    mallopt(M_MMAP_THRESHOLD, 128 * 1024);
+}
 
 Json JsonOk()
 {

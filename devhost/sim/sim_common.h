@@ -9,7 +9,6 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -106,9 +105,9 @@ private:
 
 // Entries numbered in increasing order, each kept as its compact JSON text,
 // of which only the last `keep` stay; the older ones are counted as dropped.
-// The texts lie one after the other in one buffer, whose dropped head is cut
-// off once it is larger than the rest: the buffer grows to at most twice what
-// `keep` entries take and is then reused, so that the memory stays bounded
+// The entries are a ring, their texts lie one after the other in one buffer
+// whose dropped head is cut off once it is larger than the rest: the buffer
+// grows to at most twice what `keep` entries take and both are then reused, so that the memory stays bounded
 // and flat however long the host serves (a block per text, freed first-in
 // first-out among the exchanges' short-lived blocks, left the heap ever more
 // fragmented). Not locked: its owner locks.
@@ -118,7 +117,7 @@ public:
     void Add(unsigned long long seq, const std::string& text);
     // The kept entries numbered after `since`, up to `upTo`, as a JSON array.
     Json After(unsigned long long since, unsigned long long upTo) const;
-    size_t Kept() const { return entries_.size(); }
+    size_t Kept() const { return ring_.size(); }
     unsigned long long Dropped() const { return dropped_; }
     // Forgets the entries and the count of dropped ones.
     void Clear();
@@ -129,8 +128,11 @@ private:
         size_t offset;  // in texts_
         size_t length;
     };
+    const Entry& At(size_t i) const { return ring_[(first_ + i) % ring_.size()]; }
+
     size_t keep_;
-    std::deque<Entry> entries_;
+    std::vector<Entry> ring_;  // grows to `keep` entries, then is reused
+    size_t first_ = 0;         // where in ring_ the oldest entry is
     std::string texts_;
     size_t start_ = 0;  // where the oldest kept text begins
     unsigned long long dropped_ = 0;
@@ -162,12 +164,16 @@ private:
     RecentEntries entries_;
 };
 
-// Called first in a simulator process: at most two allocator arenas. Its
-// threads come and go (a thread per control connection, FUSE workers, held
-// and delayed replies), and with glibc's default of eight arenas per core
-// each new thread could take another arena that keeps what was freed in it,
-// so resident memory crept up for as long as the host served.
-void LimitAllocatorArenas();
+// Called by the host before it forks the simulators: at most two allocator
+// arenas, and blocks from 128 KiB up always mapped on their own. Threads come
+// and go in all three processes (a thread per HTTP and per control
+// connection, FUSE workers with their large request buffers, held and
+// delayed replies); with glibc's defaults each new thread could take another
+// arena that keeps what was freed in it, and once a buffer of several MB (the
+// journal's, the log's) had been freed the threshold for mapping a block on
+// its own rose with it, so that the workers' buffers came from the heap and
+// stayed there: resident memory crept up for as long as the host served.
+void TuneAllocator();
 
 // What both simulators keep besides their device state, and the link
 // requests they answer alike: "ping", "journal" (with "since" and "upTo"),
