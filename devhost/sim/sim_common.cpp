@@ -10,6 +10,8 @@
 #include <cstring>
 #include <new>
 
+#include <json-c/printbuf.h>
+
 #include "wiro.h"
 
 namespace devhost {
@@ -353,9 +355,8 @@ void RecentEntries::Add(unsigned long long seq, const std::string& text)
     }
 }
 
-Json RecentEntries::After(unsigned long long since, unsigned long long upTo) const
+size_t RecentEntries::FirstAfter(unsigned long long since) const
 {
-    // The first entry numbered after `since`.
     size_t lo = 0;
     size_t hi = ring_.size();
     while (lo < hi) {
@@ -366,10 +367,37 @@ Json RecentEntries::After(unsigned long long since, unsigned long long upTo) con
             hi = mid;
         }
     }
+    return lo;
+}
+
+Json RecentEntries::After(unsigned long long since, unsigned long long upTo) const
+{
     Json list(json_object_new_array());
-    for (size_t i = lo; i < ring_.size() && At(i).seq <= upTo; i++) {
+    for (size_t i = FirstAfter(since); i < ring_.size() && At(i).seq <= upTo; i++) {
         json_object_array_add(list.get(), JsonParse(texts_.substr(At(i).offset, At(i).length)).release());
     }
+    return list;
+}
+
+namespace {
+
+// Writes a string value's text as it is, as JSON.
+int VerbatimJson(json_object* o, printbuf* out, int, int)
+{
+    return printbuf_memappend(out, json_object_get_string(o), json_object_get_string_len(o));
+}
+
+}  // namespace
+
+Json RecentEntries::AfterAsText(unsigned long long since, unsigned long long upTo) const
+{
+    std::string text = "[";
+    for (size_t i = FirstAfter(since); i < ring_.size() && At(i).seq <= upTo; i++) {
+        text.append(text.size() > 1 ? "," : "").append(texts_, At(i).offset, At(i).length);
+    }
+    text += "]";
+    Json list(json_object_new_string_len(text.data(), static_cast<int>(text.size())));
+    json_object_set_serializer(list.get(), VerbatimJson, nullptr, nullptr);
     return list;
 }
 
@@ -424,7 +452,7 @@ Json Journal::ToJson(unsigned long long since, unsigned long long upTo)
 {
     std::lock_guard<std::mutex> guard(lock_);
     Json o(json_object_new_object());
-    json_object_object_add(o.get(), "entries", entries_.After(since, upTo).release());
+    json_object_object_add(o.get(), "entries", entries_.AfterAsText(since, upTo).release());
     json_object_object_add(o.get(), "kept", json_object_new_int64(static_cast<int64_t>(entries_.Kept())));
     json_object_object_add(o.get(), "dropped", json_object_new_int64(static_cast<int64_t>(entries_.Dropped())));
     return o;

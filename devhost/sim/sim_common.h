@@ -117,6 +117,10 @@ public:
     void Add(unsigned long long seq, const std::string& text);
     // The kept entries numbered after `since`, up to `upTo`, as a JSON array.
     Json After(unsigned long long since, unsigned long long upTo) const;
+    // The same array as a value that is written out as the kept texts are,
+    // without parsing them: a simulator's answer of thousands of entries then
+    // takes a few large blocks instead of a tree of small ones.
+    Json AfterAsText(unsigned long long since, unsigned long long upTo) const;
     size_t Kept() const { return ring_.size(); }
     unsigned long long Dropped() const { return dropped_; }
     // Forgets the entries and the count of dropped ones.
@@ -129,6 +133,8 @@ private:
         size_t length;
     };
     const Entry& At(size_t i) const { return ring_[(first_ + i) % ring_.size()]; }
+    // The position of the first entry numbered after `since`.
+    size_t FirstAfter(unsigned long long since) const;
 
     size_t keep_;
     std::vector<Entry> ring_;  // grows to `keep` entries, then is reused
