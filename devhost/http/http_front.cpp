@@ -218,8 +218,9 @@ bool HttpFront::Start(const std::string& address, uint16_t port, std::string& er
     daemon_ = MHD_start_daemon(MHD_USE_THREAD_PER_CONNECTION | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_POLL |
                                    MHD_USE_ERROR_LOG | MHD_USE_NO_LISTEN_SOCKET,
                                0, nullptr, nullptr, &Access, this, MHD_OPTION_EXTERNAL_LOGGER, &LibraryMessage,
-                               parts_.log, MHD_OPTION_URI_LOG_CALLBACK, &UriLog, nullptr, MHD_OPTION_NOTIFY_COMPLETED, &Completed,
-                               nullptr, MHD_OPTION_THREAD_STACK_SIZE, kStageStackSize,
+                               parts_.log, MHD_OPTION_URI_LOG_CALLBACK, &UriLog, nullptr,
+                               MHD_OPTION_NOTIFY_COMPLETED, &Completed, nullptr, MHD_OPTION_THREAD_STACK_SIZE,
+                               kStageStackSize,
                                MHD_OPTION_CONNECTION_TIMEOUT, kConnectionTimeoutS, MHD_OPTION_END);
     if (daemon_ == nullptr) {
         error = "cannot listen on " + address + ":" + std::to_string(port);

@@ -57,8 +57,9 @@ std::optional<HeadRefusal> CheckRequestLine(const std::string& line)
         return malformed;
     }
     const std::string version = line.substr(last + 1);
-    if (version.size() != 8 || version.rfind("HTTP/", 0) != 0 || !std::isdigit(static_cast<unsigned char>(version[5])) ||
-        version[6] != '.' || !std::isdigit(static_cast<unsigned char>(version[7]))) {
+    if (version.size() != 8 || version.rfind("HTTP/", 0) != 0 ||
+        !std::isdigit(static_cast<unsigned char>(version[5])) || version[6] != '.' ||
+        !std::isdigit(static_cast<unsigned char>(version[7]))) {
         return malformed;
     }
     if (version != "HTTP/1.1" && version != "HTTP/1.0") {
@@ -94,10 +95,10 @@ std::optional<HeadRefusal> CheckHeaderLine(const std::string& line)
 void Refuse(int fd, const HeadRefusal& refusal)
 {
     const HttpReply reply = ErrorReply(refusal.status, refusal.message);
-    const std::string head = "HTTP/1.1 " + std::to_string(refusal.status) + " " +
-                             MHD_get_reason_phrase_for(refusal.status) +
-                             "\r\nContent-Type: application/json\r\nContent-Length: " +
-                             std::to_string(reply.body.size()) + "\r\nConnection: close\r\n\r\n";
+    const std::string head =
+        "HTTP/1.1 " + std::to_string(refusal.status) + " " + MHD_get_reason_phrase_for(refusal.status) +
+        "\r\nContent-Type: application/json\r\nContent-Length: " + std::to_string(reply.body.size()) +
+        "\r\nConnection: close\r\n\r\n";
     const std::string answer = head + reply.body;
     for (size_t sent = 0; sent < answer.size();) {
         const ssize_t n = send(fd, answer.data() + sent, answer.size() - sent, MSG_NOSIGNAL);
@@ -237,7 +238,8 @@ void Intake::Examine(int fd, sockaddr_in peer)
         bool whole = false;
         if (const std::optional<HeadRefusal> refusal = CheckHead(seen, whole)) {
             const size_t start = seen.find_first_not_of("\r\n");
-            const std::string line = seen.substr(start, std::min(seen.find_first_of("\r\n", start), start + 120) - start);
+            const std::string line =
+                seen.substr(start, std::min(seen.find_first_of("\r\n", start), start + 120) - start);
             log_->Note(line + " -> " + std::to_string(refusal->status) + " (refused by the host)");
             Refuse(fd, *refusal);
             handOver = false;

@@ -299,11 +299,11 @@ struct WatchCase {
     const char* name;
     std::vector<const char*> args;  // the host's options
     const char* route;
-    const char* list;      // the member holding the entries
-    const char* target;    // a GET that adds entries
-    size_t perRequest;     // how many it adds
-    size_t requests;       // how many are made after the first
-    size_t keep;           // the bound
+    const char* list;    // the member holding the entries
+    const char* target;  // a GET that adds entries
+    size_t perRequest;   // how many it adds
+    size_t requests;     // how many are made after the first
+    size_t keep;         // the bound
     friend std::ostream& operator<<(std::ostream& os, const WatchCase& c) { return os << c.name; }
 };
 
