@@ -23,7 +23,7 @@ const char* LangName(VW_LOG_LANG_E lang)
 
 }  // namespace
 
-LogTap::LogTap(FILE* out) : out_(out) { VW_SetLogSink(&LogTap::Sink, this); }
+LogTap::LogTap(FILE* out, size_t keep) : out_(out), lines_(keep) { VW_SetLogSink(&LogTap::Sink, this); }
 
 LogTap::~LogTap() { VW_SetLogSink(nullptr, nullptr); }
 
@@ -35,30 +35,30 @@ void LogTap::Sink(const VW_LOG_LINE_S* line, void* self)
     const bool diagnostic = line->kind == VW_LOG_DIAGNOSTIC;
     json_object_object_add(o, "kind", json_object_new_string(diagnostic ? "diagnostic" : "operation"));
     json_object_object_add(o, "module", json_object_new_int(line->module));
-    char printed[VW_LOG_LINE_MAX + 128];
+    // Printed whole: the log library has already cut its text at
+    // VW_LOG_LINE_MAX - 1 characters; nothing here cuts it again.
+    std::string printed;
     if (diagnostic) {
         json_object_object_add(o, "level", json_object_new_int(line->level));
         json_object_object_add(o, "debugFlag", json_object_new_int(line->debugFlag));
         json_object_object_add(o, "file", json_object_new_string(line->file != nullptr ? line->file : ""));
         json_object_object_add(o, "line", json_object_new_int(line->line));
-        std::snprintf(printed, sizeof(printed), "diag  level %d %s:%d %s", line->level,
-                      line->file != nullptr ? line->file : "", line->line, Trimmed(line->text).c_str());
+        printed = "diag  level " + std::to_string(line->level) + " " + (line->file != nullptr ? line->file : "") +
+                  ":" + std::to_string(line->line) + " " + Trimmed(line->text);
     } else {
         json_object_object_add(o, "channel", json_object_new_int(line->channel));
         json_object_object_add(o, "lang", json_object_new_string(LangName(line->lang)));
-        std::snprintf(printed, sizeof(printed), "oplog channel %d %s %s", line->channel, LangName(line->lang),
-                      Trimmed(line->text).c_str());
+        printed = "oplog channel " + std::to_string(line->channel) + " " + LangName(line->lang) + " " +
+                  Trimmed(line->text);
     }
     json_object_object_add(o, "text", json_object_new_string(line->text));
 
     std::lock_guard<std::mutex> guard(tap->lock_);
-    json_object_object_add(o, "seq", json_object_new_int64(static_cast<int64_t>(++tap->count_)));
-    std::fprintf(tap->out_, "%s\n", printed);
+    const unsigned long long seq = ++tap->count_;
+    json_object_object_add(o, "seq", json_object_new_int64(static_cast<int64_t>(seq)));
+    std::fprintf(tap->out_, "%s\n", printed.c_str());
     std::fflush(tap->out_);
-    tap->lines_.push_back(std::move(entry));
-    if (tap->lines_.size() > kKeep) {
-        tap->lines_.pop_front();
-    }
+    tap->lines_.Add(seq, JsonText(o));
 }
 
 void LogTap::Note(const std::string& text)
@@ -68,22 +68,20 @@ void LogTap::Note(const std::string& text)
     std::fflush(out_);
 }
 
-Json LogTap::Lines()
+Json LogTap::Lines(unsigned long long since)
 {
     std::lock_guard<std::mutex> guard(lock_);
-    Json list(json_object_new_array());
-    for (const Json& line : lines_) {
-        json_object_array_add(list.get(), json_object_get(line.get()));
-    }
     Json o(json_object_new_object());
-    json_object_object_add(o.get(), "lines", list.release());
+    json_object_object_add(o.get(), "lines", lines_.After(since, count_).release());
+    json_object_object_add(o.get(), "last", json_object_new_int64(static_cast<int64_t>(count_)));
+    json_object_object_add(o.get(), "dropped", json_object_new_int64(static_cast<int64_t>(lines_.Dropped())));
     return o;
 }
 
 void LogTap::Clear()
 {
     std::lock_guard<std::mutex> guard(lock_);
-    lines_.clear();
+    lines_.Clear();
 }
 
 }  // namespace devhost

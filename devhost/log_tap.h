@@ -4,7 +4,6 @@
 #define DEVHOST_LOG_TAP_H
 
 #include <cstdio>
-#include <deque>
 #include <mutex>
 #include <string>
 
@@ -15,23 +14,29 @@ namespace devhost {
 
 class LogTap {
 public:
-    // Installs the tap as the log's sink; lines are printed to `out`.
-    explicit LogTap(FILE* out);
+    static constexpr size_t kKeepDefault = 10000;
+
+    // Installs the tap as the log's sink; lines are printed to `out`, the
+    // last `keep` of them kept.
+    explicit LogTap(FILE* out, size_t keep = kKeepDefault);
     ~LogTap();
 
     // A line of the host's own (requests, start and stop), printed only.
     void Note(const std::string& text);
-    // The kept lines, oldest first: {"lines": [...]}.
-    Json Lines();
+    // The kept lines numbered after `since`, oldest first:
+    // {"lines": [...], "last", "dropped"}; `last` is the number of the latest
+    // line (0 before the first), `dropped` how many lines went to keep the
+    // bound since the start or the last Clear.
+    Json Lines(unsigned long long since = 0);
+    // Forgets the kept lines; the numbering goes on.
     void Clear();
 
 private:
-    static constexpr size_t kKeep = 10000;
     static void Sink(const VW_LOG_LINE_S* line, void* self);
 
     FILE* out_;
     std::mutex lock_;
-    std::deque<Json> lines_;
+    RecentEntries lines_;
     unsigned long long count_ = 0;
 };
 

@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -43,16 +44,20 @@ struct Options {
     bool allowMissing = false;
     std::string token;
     bool noToken = false;
+    size_t journalKeep = kJournalKeepDefault;
+    size_t logKeep = LogTap::kKeepDefault;
 };
 
 const char kUsage[] =
     "usage: ispiaas-devhost [--listen ADDR:PORT] [--module PATH] [--profile FILE] [--log FILE]\n"
-    "                       [--allow-missing] [--token TEXT | --no-token] [--print-profile]\n"
-    "                       [--print-openapi]\n"
+    "                       [--allow-missing] [--journal-keep N] [--log-keep N]\n"
+    "                       [--token TEXT | --no-token] [--print-profile] [--print-openapi]\n"
     "  --listen ADDR:PORT  where to serve HTTP (default 127.0.0.1:8080; port 0 takes a free one)\n"
     "  --module PATH       the module to load (default: the installed one beside this program, else the build's)\n"
     "  --profile FILE      a JSON device profile; its values replace the embedded default's\n"
     "  --log FILE          write the diagnostic and operation-log lines there instead of stdout\n"
+    "  --journal-keep N    keep the last N exchanges in the journal (default 2000)\n"
+    "  --log-keep N        keep the last N log lines for /_sim/log (default 10000)\n"
     "  --allow-missing     serve the resources whose stages all exist instead of refusing to start\n"
     "  --token TEXT        the access token every request needs (default beyond loopback: a random one)\n"
     "  --no-token          no access token, even beyond loopback: open to the network\n"
@@ -78,6 +83,17 @@ bool ParseListen(const std::string& text, Options& o)
     }
     o.address = text.substr(0, colon);
     o.port = static_cast<uint16_t>(port);
+    return true;
+}
+
+bool ParseCount(const char* text, size_t& count)
+{
+    char* end = nullptr;
+    const unsigned long long value = std::strtoull(text, &end, 10);
+    if (!std::isdigit(static_cast<unsigned char>(*text)) || *end != '\0' || value == 0 || value > SIZE_MAX / 2) {
+        return false;
+    }
+    count = static_cast<size_t>(value);
     return true;
 }
 
@@ -112,6 +128,10 @@ int ParseOptions(int argc, char** argv, Options& o)
             o.profile = argv[++i];
         } else if (arg == "--log" && hasValue) {
             o.log = argv[++i];
+        } else if ((arg == "--journal-keep" || arg == "--log-keep") && hasValue) {
+            if (!ParseCount(argv[++i], arg == "--log-keep" ? o.logKeep : o.journalKeep)) {
+                return Fail(kExitUsage, arg + " takes a count from 1, not " + argv[i]);
+            }
         } else {
             std::fputs(kUsage, stderr);
             return kExitUsage;
@@ -251,6 +271,8 @@ int Run(int argc, char** argv)
     }
     SetDeviceAbilityProfile(&image.ability);
     SharedSequence();
+    SetJournalKeep(o.journalKeep);
+    TuneAllocator();  // before the forks: the simulators inherit it
 
     Child isp{"ISP service simulator", "ispiaas-isp-sim"};
     Child control{"control process simulator", "ispiaas-ctl-sim"};
@@ -271,7 +293,7 @@ int Run(int argc, char** argv)
     LinkClient controlLink(control.link);
     parts.isp = &ispLink;
     parts.control = &controlLink;
-    LogTap tap(out);
+    LogTap tap(out, o.logKeep);
     parts.log = &tap;
     parts.access = &gate;
     HttpFront front(parts);

@@ -66,6 +66,7 @@ constexpr const char kHostPaths[] = R"json({
         "parameters": [{"$ref": "#/components/parameters/Since"}],
         "responses": {"200": {"description": "the journal",
                               "content": {"application/json": {"schema": {"$ref": "#/components/schemas/SimJournal"}}}},
+                      "400": {"$ref": "#/components/responses/SimRefused"},
                       "502": {"$ref": "#/components/responses/Status502"}}
       }
     },
@@ -75,7 +76,8 @@ constexpr const char kHostPaths[] = R"json({
         "summary": "The module's diagnostic and operation-log lines",
         "parameters": [{"$ref": "#/components/parameters/Since"}],
         "responses": {"200": {"description": "the captured lines",
-                              "content": {"application/json": {"schema": {"$ref": "#/components/schemas/SimLog"}}}}}
+                              "content": {"application/json": {"schema": {"$ref": "#/components/schemas/SimLog"}}}},
+                      "400": {"$ref": "#/components/responses/SimRefused"}}
       }
     },
     "/_sim/faults": {
@@ -167,7 +169,7 @@ constexpr const char kHostPaths[] = R"json({
       "properties": {
         "entries": {"type": "array", "items": {"$ref": "#/components/schemas/SimJournalEntry"}},
         "last": {"type": "integer", "minimum": 0, "description": "the seq of the newest exchange; pass it as since to get only newer ones"},
-        "dropped": {"type": "integer", "minimum": 0, "description": "how many exchanges after since are no longer kept"}
+        "dropped": {"type": "integer", "minimum": 0, "description": "how many exchanges went to keep the bound (--journal-keep) since the start or the last reset"}
       },
       "required": ["entries"]
     },
@@ -192,7 +194,7 @@ constexpr const char kHostPaths[] = R"json({
       "properties": {
         "lines": {"type": "array", "items": {"$ref": "#/components/schemas/SimLogLine"}},
         "last": {"type": "integer", "minimum": 0, "description": "the seq of the newest line; pass it as since to get only newer ones"},
-        "dropped": {"type": "integer", "minimum": 0, "description": "how many lines after since are no longer kept"}
+        "dropped": {"type": "integer", "minimum": 0, "description": "how many lines went to keep the bound (--log-keep) since the start or the last reset"}
       },
       "required": ["lines"]
     },
@@ -236,7 +238,7 @@ constexpr const char kHostPaths[] = R"json({
   },
   "parameters": {
     "Since": {"name": "since", "in": "query", "required": false,
-              "description": "only what came after this seq (the last of an earlier answer)",
+              "description": "only what came after this seq (the last of an earlier answer); anything but a decimal number answers 400",
               "schema": {"type": "integer", "minimum": 0}}
   },
   "requestBodies": {

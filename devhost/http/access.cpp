@@ -4,6 +4,7 @@
 #include <microhttpd.h>
 #include <strings.h>
 #include <sys/random.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <cctype>
@@ -124,10 +125,15 @@ std::string RewriteTokens(const std::string& target, const char* mask)
 // their own tokens in the same browser.
 std::string CookieName(MHD_Connection* connection)
 {
-    const MHD_ConnectionInfo* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_DAEMON);
-    const MHD_DaemonInfo* daemon =
-        info != nullptr ? MHD_get_daemon_info(info->daemon, MHD_DAEMON_INFO_BIND_PORT) : nullptr;
-    return "ispiaas-token-" + std::to_string(daemon != nullptr ? daemon->port : 0);
+    // The port the client reached: the connection's own end (the host
+    // accepts connections itself and hands them to the library).
+    sockaddr_in local{};
+    socklen_t length = sizeof(local);
+    const MHD_ConnectionInfo* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
+    const bool known = info != nullptr &&
+                       getsockname(info->connect_fd, reinterpret_cast<sockaddr*>(&local), &length) == 0 &&
+                       local.sin_family == AF_INET;
+    return "ispiaas-token-" + std::to_string(known ? ntohs(local.sin_port) : 0);
 }
 
 HttpReply Unauthorized(const std::string& message)

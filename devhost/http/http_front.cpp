@@ -195,8 +195,10 @@ MHD_Result Access(void* cls, MHD_Connection* connection, const char* url, const 
         return Send(connection, HttpReply{200, contract::ApiDocumentText(), ""});
     }
     if (path.rfind(kSimPrefix, 0) == 0) {
-        return Send(connection,
-                    HandleSimRoute(front->Parts(), method, path.substr(std::strlen(kSimPrefix)), state->body));
+        const size_t query = state->rawUri.find('?');
+        return Send(connection, HandleSimRoute(front->Parts(), method, path.substr(std::strlen(kSimPrefix)),
+                                               state->body,
+                                               query == std::string::npos ? "" : state->rawUri.substr(query + 1)));
     }
     if (IsConsolePath(path)) {
         return Send(connection, ConsoleFile(method, path));
@@ -231,27 +233,34 @@ bool HttpFront::Start(const std::string& address, uint16_t port, std::string& er
         error = "not an IPv4 address: " + address;
         return false;
     }
+    // The intake listens and hands connections over (intake.h).
+    if (!intake_.Listen(addr, error)) {
+        error += " (" + address + ":" + std::to_string(port) + ")";
+        return false;
+    }
     daemon_ = MHD_start_daemon(MHD_USE_THREAD_PER_CONNECTION | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_POLL |
-                                   MHD_USE_ERROR_LOG,
-                               port, nullptr, nullptr, &Access, this, MHD_OPTION_SOCK_ADDR, &addr,
-                               MHD_OPTION_URI_LOG_CALLBACK, &UriLog, nullptr, MHD_OPTION_NOTIFY_COMPLETED, &Completed,
-                               nullptr, MHD_OPTION_THREAD_STACK_SIZE, kStageStackSize,
+                                   MHD_USE_ERROR_LOG | MHD_USE_NO_LISTEN_SOCKET,
+                               0, nullptr, nullptr, &Access, this, MHD_OPTION_EXTERNAL_LOGGER, &LibraryMessage,
+                               parts_.log, MHD_OPTION_URI_LOG_CALLBACK, &UriLog, nullptr,
+                               MHD_OPTION_NOTIFY_COMPLETED, &Completed, nullptr, MHD_OPTION_THREAD_STACK_SIZE,
+                               kStageStackSize,
                                MHD_OPTION_CONNECTION_TIMEOUT, kConnectionTimeoutS, MHD_OPTION_END);
     if (daemon_ == nullptr) {
         error = "cannot listen on " + address + ":" + std::to_string(port);
         return false;
     }
+    intake_.Serve(daemon_, parts_.log);
     return true;
 }
 
 uint16_t HttpFront::Port() const
 {
-    const MHD_DaemonInfo* info = MHD_get_daemon_info(daemon_, MHD_DAEMON_INFO_BIND_PORT);
-    return info != nullptr ? info->port : 0;
+    return intake_.Port();
 }
 
 void HttpFront::Stop()
 {
+    intake_.Stop();
     if (daemon_ != nullptr) {
         MHD_stop_daemon(daemon_);
         daemon_ = nullptr;

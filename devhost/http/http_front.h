@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "intake.h"
 #include "log_tap.h"
 #include "sim_common.h"
 #include "stage_table.h"
@@ -42,9 +43,10 @@ struct HttpReply {
 HttpReply ErrorReply(unsigned status, const std::string& message);
 HttpReply JsonReply(unsigned status, json_object* body);
 
-// The inspection and fault routes (path without the "/_sim/" prefix).
+// The inspection and fault routes (path without the "/_sim/" prefix; the
+// query as sent, without the '?').
 HttpReply HandleSimRoute(HostParts& parts, const std::string& method, const std::string& path,
-                         const std::string& body);
+                         const std::string& body, const std::string& query);
 
 class HttpFront {
 public:
@@ -61,6 +63,7 @@ public:
 
 private:
     HostParts& parts_;
+    Intake intake_;
     MHD_Daemon* daemon_ = nullptr;
 };
 

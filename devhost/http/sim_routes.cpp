@@ -71,28 +71,64 @@ HttpReply Block(LinkClient& link, const std::string& method, long long command, 
     return Relay(link, request.get(), method == "GET" ? 404 : 400);
 }
 
-HttpReply MergedJournal(HostParts& parts)
+// The value of `since` in a query, 0 without one; nullopt when it is there
+// but not a decimal number.
+std::optional<unsigned long long> SinceOf(const std::string& query)
 {
-    Json isp = parts.isp->Call(Request("journal").get());
-    Json control = parts.control->Call(Request("journal").get());
+    std::stringstream in(query);
+    std::string pair;
+    while (std::getline(in, pair, '&')) {
+        if (pair.rfind("since=", 0) == 0) {
+            const std::string text = pair.substr(6);
+            if (text.empty() || text.size() > 18 || !std::all_of(text.begin(), text.end(), ::isdigit)) {
+                return std::nullopt;
+            }
+            return std::stoull(text);
+        }
+    }
+    return 0;
+}
+
+// Both journals after `since`, merged in order, the newest JournalKeep() of
+// them: each simulator keeps that many of its own, so the newest that many of
+// all exchanges are among them.
+HttpReply MergedJournal(HostParts& parts, unsigned long long since)
+{
+    // Read before asking: every exchange numbered up to `last` is in a journal
+    // by then, and the later ones are left for the next `since=last`.
+    const unsigned long long last = SharedSequence()->load();
+    Json request = Request("journal");
+    json_object_object_add(request.get(), "since", json_object_new_int64(static_cast<int64_t>(since)));
+    json_object_object_add(request.get(), "upTo", json_object_new_int64(static_cast<int64_t>(last)));
     std::vector<json_object*> entries;
-    for (json_object* list : {isp.get(), control.get()}) {
+    long long kept = 0;
+    long long dropped = 0;
+    const Json replies[] = {parts.isp->Call(request.get()), parts.control->Call(request.get())};
+    for (const Json& reply : replies) {
+        json_object* list = JsonGet(reply.get(), "entries");
         if (!json_object_is_type(list, json_type_array)) {
             return ErrorReply(502, "a simulator did not give its journal");
         }
         for (size_t i = 0; i < json_object_array_length(list); i++) {
             entries.push_back(json_object_array_get_idx(list, i));
         }
+        kept += JsonInt(reply.get(), "kept").value_or(0);
+        dropped += JsonInt(reply.get(), "dropped").value_or(0);
     }
     std::sort(entries.begin(), entries.end(), [](json_object* a, json_object* b) {
         return JsonInt(a, "seq").value_or(0) < JsonInt(b, "seq").value_or(0);
     });
+    const size_t keep = JournalKeep();
+    const size_t skip = entries.size() > keep ? entries.size() - keep : 0;
     Json merged(json_object_new_array());
-    for (json_object* e : entries) {
-        json_object_array_add(merged.get(), json_object_get(e));
+    for (size_t i = skip; i < entries.size(); i++) {
+        json_object_array_add(merged.get(), json_object_get(entries[i]));
     }
+    dropped += std::max<long long>(0, kept - static_cast<long long>(keep));
     Json o(json_object_new_object());
     json_object_object_add(o.get(), "entries", merged.release());
+    json_object_object_add(o.get(), "last", json_object_new_int64(static_cast<int64_t>(last)));
+    json_object_object_add(o.get(), "dropped", json_object_new_int64(dropped));
     return JsonReply(200, o.get());
 }
 
@@ -149,7 +185,7 @@ HttpReply Both(HostParts& parts, const char* op)
 }  // namespace
 
 HttpReply HandleSimRoute(HostParts& parts, const std::string& method, const std::string& path,
-                         const std::string& body)
+                         const std::string& body, const std::string& query)
 {
     const std::vector<std::string> p = Split(path);
     const bool get = method == "GET";
@@ -179,11 +215,15 @@ HttpReply HandleSimRoute(HostParts& parts, const std::string& method, const std:
         // the HTTP front alone costs a request (scripts/bench-e2e's baseline).
         return get || put ? HttpReply{200, "{\"constant\": true}\n", ""} : wrongMethod("GET, PUT");
     }
-    if (path == "journal") {
-        return get ? MergedJournal(parts) : wrongMethod("GET");
-    }
-    if (path == "log") {
-        return get ? JsonReply(200, parts.log->Lines().get()) : wrongMethod("GET");
+    if (path == "journal" || path == "log") {
+        if (!get) {
+            return wrongMethod("GET");
+        }
+        const std::optional<unsigned long long> since = SinceOf(query);
+        if (!since) {
+            return ErrorReply(400, "\"since\" takes the decimal sequence number of the last entry seen");
+        }
+        return path == "journal" ? MergedJournal(parts, *since) : JsonReply(200, parts.log->Lines(*since).get());
     }
     if (path == "faults") {
         if (method == "POST") {

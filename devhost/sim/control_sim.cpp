@@ -184,19 +184,24 @@ void AcceptLoop(const char* path, int listenFd)
     }
 }
 
+// The accept loop looks at "down" every 20 ms; a reply that arms or clears
+// faults waits until it has, so that the next command already finds the
+// socket gone or back.
+void AwaitSocketState()
+{
+    for (int i = 0; i < 500 && g_sim->listening == g_sim->core.faults.Armed(FaultKind::Down); i++) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+}
+
 Json HandleLink(json_object* request)
 {
     const std::string op = JsonString(request, "op").value_or("");
     if (op == "faults.arm" || op == "faults.clear") {
-        // The accept loop looks at "down" every 20 ms; the reply waits until
-        // it has, so that the next command already finds the socket gone or
-        // back.
         Json reply = HandleCoreRequest(g_sim->core, op, request,
                                        {FaultKind::NoAnswer, FaultKind::Delay, FaultKind::Result,
                                         FaultKind::SendFailure, FaultKind::Down});
-        for (int i = 0; i < 500 && g_sim->listening == g_sim->core.faults.Armed(FaultKind::Down); i++) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
+        AwaitSocketState();
         return reply;
     }
     if (Json core = HandleCoreRequest(g_sim->core, op, request, {})) {
@@ -206,6 +211,7 @@ Json HandleLink(json_object* request)
         g_sim->state.Restore();
         g_sim->core.journal.Clear();
         g_sim->core.faults.Clear();
+        AwaitSocketState();
         return JsonOk();
     }
     const std::optional<long long> command = JsonInt(request, "command");

@@ -1,10 +1,16 @@
 #include "sim_common.h"
 
+#include <malloc.h>
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
+#include <cstdint>
 #include <cstring>
 #include <new>
+
+#include <json-c/printbuf.h>
 
 #include "wiro.h"
 
@@ -86,30 +92,54 @@ std::optional<Bytes> FromHex(const std::string& text)
 
 namespace {
 
+// The text of o in frames of at most WIRO_CONTENT_MAX content bytes. False
+// with errno set when a frame could not be made or sent.
 bool SendJson(int fd, json_object* o)
 {
-    wiro_message_t* msg = wiro_message_new(0);
-    if (msg == nullptr) {
-        return false;
-    }
     const std::string text = JsonText(o);
-    const bool sent = wiro_content_add(msg, text.data(), text.size(), 0) == 0 && wiro_message_sendfd(msg, fd) >= 0;
-    wiro_message_put(msg);
-    return sent;
+    size_t at = 0;
+    do {
+        wiro_message_t* msg = wiro_message_new(0);
+        if (msg == nullptr) {
+            errno = ENOMEM;
+            return false;
+        }
+        const size_t piece = std::min<size_t>(text.size() - at, WIRO_CONTENT_MAX);
+        const bool more = at + piece < text.size();
+        const uint8_t flag = 1;
+        const bool sent = (!more || wiro_header_set(msg, kLinkMoreKey, &flag, sizeof(flag)) == 0) &&
+                          wiro_content_add(msg, text.data() + at, piece, 0) == 0 &&
+                          wiro_message_sendfd(msg, fd) >= 0;
+        const int savedErrno = errno;
+        wiro_message_put(msg);
+        if (!sent) {
+            errno = savedErrno;
+            return false;
+        }
+        at += piece;
+    } while (at < text.size());
+    return true;
 }
 
+// One JSON text, gathered from as many frames as it was sent in; null when
+// the peer is gone or a frame is refused.
 Json RecvJson(int fd)
 {
     wiro_message_t* msg = wiro_message_new(0);
     if (msg == nullptr) {
         return nullptr;
     }
-    Json o;
-    if (wiro_message_recvfd(msg, fd) >= 0) {
-        o = JsonParse(std::string(reinterpret_cast<const char*>(msg->content), msg->content_len));
+    std::string text;
+    bool whole = false;
+    while (wiro_message_recvfd(msg, fd) >= 0) {
+        text.append(reinterpret_cast<const char*>(msg->content), msg->content_len);
+        if (wiro_header_get(msg, kLinkMoreKey, nullptr) == nullptr) {
+            whole = true;
+            break;
+        }
     }
     wiro_message_put(msg);
-    return o;
+    return whole ? JsonParse(text) : nullptr;
 }
 
 }  // namespace
@@ -122,7 +152,21 @@ void LinkServe(int fd, const std::function<Json(json_object*)>& handle)
             return;
         }
         Json reply = handle(request.get());
-        if (!SendJson(fd, reply.get())) {
+        if (reply == nullptr) {
+            reply = JsonError("the simulator had no answer");
+        }
+        if (SendJson(fd, reply.get())) {
+            // The host asks a few times a second at most: a moment to hand the
+            // pages the exchanges freed (an answer of several MB among them)
+            // back to the system, so that resident memory follows what is kept.
+            reply.reset();
+            malloc_trim(0);
+            continue;
+        }
+        // Whatever was asked, the simulator goes on serving while its peer is
+        // there: a reply it could not send becomes an error reply.
+        if (errno == EPIPE || errno == ECONNRESET || errno == EBADF ||
+            !SendJson(fd, JsonError(std::string("the reply could not be sent: ") + std::strerror(errno)).get())) {
             return;
         }
     }
@@ -290,6 +334,82 @@ bool FaultTable::WaitCleared(const std::atomic<bool>& stop)
 
 // ---- journal ----------------------------------------------------------------
 
+void RecentEntries::Add(unsigned long long seq, const std::string& text)
+{
+    const Entry entry{seq, texts_.size(), text.size()};
+    texts_ += text;
+    if (ring_.size() < keep_) {
+        ring_.push_back(entry);
+    } else {
+        ring_[first_] = entry;
+        first_ = (first_ + 1) % ring_.size();
+        dropped_++;
+    }
+    start_ = At(0).offset;
+    if (start_ > texts_.size() - start_) {
+        texts_.erase(0, start_);
+        for (Entry& e : ring_) {
+            e.offset -= start_;
+        }
+        start_ = 0;
+    }
+}
+
+size_t RecentEntries::FirstAfter(unsigned long long since) const
+{
+    size_t lo = 0;
+    size_t hi = ring_.size();
+    while (lo < hi) {
+        const size_t mid = lo + (hi - lo) / 2;
+        if (At(mid).seq <= since) {
+            lo = mid + 1;
+        } else {
+            hi = mid;
+        }
+    }
+    return lo;
+}
+
+Json RecentEntries::After(unsigned long long since, unsigned long long upTo) const
+{
+    Json list(json_object_new_array());
+    for (size_t i = FirstAfter(since); i < ring_.size() && At(i).seq <= upTo; i++) {
+        json_object_array_add(list.get(), JsonParse(texts_.substr(At(i).offset, At(i).length)).release());
+    }
+    return list;
+}
+
+namespace {
+
+// Writes a string value's text as it is, as JSON.
+int VerbatimJson(json_object* o, printbuf* out, int, int)
+{
+    return printbuf_memappend(out, json_object_get_string(o), json_object_get_string_len(o));
+}
+
+}  // namespace
+
+Json RecentEntries::AfterAsText(unsigned long long since, unsigned long long upTo) const
+{
+    std::string text = "[";
+    for (size_t i = FirstAfter(since); i < ring_.size() && At(i).seq <= upTo; i++) {
+        text.append(text.size() > 1 ? "," : "").append(texts_, At(i).offset, At(i).length);
+    }
+    text += "]";
+    Json list(json_object_new_string_len(text.data(), static_cast<int>(text.size())));
+    json_object_set_serializer(list.get(), VerbatimJson, nullptr, nullptr);
+    return list;
+}
+
+void RecentEntries::Clear()
+{
+    ring_.clear();
+    first_ = 0;
+    texts_.clear();
+    start_ = 0;
+    dropped_ = 0;
+}
+
 std::atomic<unsigned long long>* SharedSequence()
 {
     // Mapped once, before the simulators are forked, so that all processes
@@ -303,27 +423,46 @@ std::atomic<unsigned long long>* SharedSequence()
     return sequence;
 }
 
+namespace {
+size_t g_journalKeep = kJournalKeepDefault;
+}  // namespace
+
+void SetJournalKeep(size_t keep) { g_journalKeep = keep; }
+
+size_t JournalKeep() { return g_journalKeep; }
+
 void Journal::Add(Json entry)
 {
-    json_object_object_add(entry.get(), "seq", json_object_new_int64(static_cast<int64_t>(++*SharedSequence())));
+    // Numbered and kept in one step: once the host has read the counter, every
+    // exchange numbered up to it is in a journal by the time its request is
+    // served.
     std::lock_guard<std::mutex> guard(lock_);
-    entries_.push_back(std::move(entry));
+    const unsigned long long seq = ++*SharedSequence();
+    json_object_object_add(entry.get(), "seq", json_object_new_int64(static_cast<int64_t>(seq)));
+    entries_.Add(seq, JsonText(entry.get()));
 }
 
 void Journal::Clear()
 {
     std::lock_guard<std::mutex> guard(lock_);
-    entries_.clear();
+    entries_.Clear();
 }
 
-Json Journal::ToJson()
+Json Journal::ToJson(unsigned long long since, unsigned long long upTo)
 {
     std::lock_guard<std::mutex> guard(lock_);
-    Json list(json_object_new_array());
-    for (const Json& e : entries_) {
-        json_object_array_add(list.get(), json_object_get(e.get()));
-    }
-    return list;
+    Json o(json_object_new_object());
+    json_object_object_add(o.get(), "entries", entries_.AfterAsText(since, upTo).release());
+    json_object_object_add(o.get(), "kept", json_object_new_int64(static_cast<int64_t>(entries_.Kept())));
+    json_object_object_add(o.get(), "dropped", json_object_new_int64(static_cast<int64_t>(entries_.Dropped())));
+    return o;
+}
+
+void TuneAllocator()
+{
+    mallopt(M_ARENA_MAX, 2);
+    // A fixed threshold also turns glibc's dynamic one off.
+    mallopt(M_MMAP_THRESHOLD, 128 * 1024);
 }
 
 Json JsonOk()
@@ -340,7 +479,10 @@ Json HandleCoreRequest(SimCore& core, const std::string& op, json_object* reques
         return JsonOk();
     }
     if (op == "journal") {
-        return core.journal.ToJson();
+        const long long since = JsonInt(request, "since").value_or(0);
+        const long long upTo = JsonInt(request, "upTo").value_or(INT64_MAX);
+        return core.journal.ToJson(static_cast<unsigned long long>(std::max(since, 0LL)),
+                                   static_cast<unsigned long long>(std::max(upTo, 0LL)));
     }
     if (op == "faults") {
         return core.faults.ToJson();

@@ -73,6 +73,16 @@ HttpResult DevhostProcess::Request(const std::string& method, const std::string&
         request += header + "\r\n";
     }
     request += "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+    const HttpResult result = Exchange(request);
+    if (result.status != 0) {
+        RecordExchange(method, target, body, result.head.substr(0, result.head.size() - 2), result.status,
+                       result.body);
+    }
+    return result;
+}
+
+HttpResult DevhostProcess::Exchange(const std::string& request) const
+{
     const sockaddr_in addr{
         .sin_family = AF_INET, .sin_port = htons(port_), .sin_addr = {htonl(INADDR_LOOPBACK)}, .sin_zero = {}};
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -91,9 +101,7 @@ HttpResult DevhostProcess::Request(const std::string& method, const std::string&
     if (answer.rfind("HTTP/1.1 ", 0) != 0 || headEnd == std::string::npos) {
         return {};
     }
-    const HttpResult result{std::atoi(answer.c_str() + 9), answer.substr(headEnd + 4), answer.substr(0, headEnd + 2)};
-    RecordExchange(method, target, body, answer.substr(0, headEnd), result.status, result.body);
-    return result;
+    return {std::atoi(answer.c_str() + 9), answer.substr(headEnd + 4), answer.substr(0, headEnd + 2)};
 }
 
 DevhostProcess::DevhostProcess(std::vector<const char*> argv, const std::function<bool()>& enter)

@@ -46,6 +46,8 @@ public:
     // `headers` (lines without their end).
     HttpResult Request(const std::string& method, const std::string& target, const std::string& body = "",
                        const std::vector<std::string>& headers = {}) const;
+    // The request text sent as it is; the answer read until the host closes.
+    HttpResult Exchange(const std::string& request) const;
     // SIGTERM, then the exit status.
     int Stop();
 

@@ -152,8 +152,23 @@ struct FailureCase {
     const char* device = nullptr;  // a device route that must be left as it was
     const char* fault = nullptr;   // armed before the request; once cleared, the request succeeds
     const char* logged = nullptr;  // a text of the module's log
+    std::string raw = "";          // sent as it is instead of method, target and body
+    bool clearedByReset = false;   // the fault is cleared by POST /_sim/reset, not DELETE /_sim/faults
     friend std::ostream& operator<<(std::ostream& os, const FailureCase& c) { return os << c.name; }
 };
+
+// A request head of exactly `size` bytes: `start` (its request line and
+// header lines), a filler header, the empty line; then `body`.
+std::string HeadOfSize(const std::string& start, size_t size, const std::string& body = "")
+{
+    const std::string filler = "X-Filler: ";
+    return start + filler + std::string(size - start.size() - filler.size() - 4, 'f') + "\r\n\r\n" + body;
+}
+
+constexpr size_t kHeadLimit = 16 * 1024;
+const std::string kExposureLockHead =
+    "PUT /api/isp/AEExpLock?ChannelId=101 HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n"
+    "Content-Length: 16\r\n";
 
 const FailureCase kFailureCases[] = {
     {"UnknownResource", "GET", "/api/isp/Nothing?ChannelId=101", "", 404},
@@ -196,6 +211,24 @@ const FailureCase kFailureCases[] = {
      "[KXAPI]:Send SynUnixMsg for Getting cmd[3231] failed"},
     {"ControlSendFailure", "PUT", "/api/isp/ResetSpeedAdapt?ChannelId=101", "", 500, "1", "/_sim/control/3210",
      R"({"command": 3213, "kind": "sendFailure"})", "[KXAPI]:Send SynUnixMsg for Getting cmd[3213] failed"},
+    // A reset answers once the control process serves again.
+    {"ControlProcessDownUntilReset", "GET", "/api/isp/Awb?ChannelId=101", "", 500, "1", nullptr, R"({"kind": "down"})",
+     "[KXAPI]:Send SynUnixMsg for Getting cmd[3231] failed", "", true},
+    // What libmicrohttpd would answer with its own page, refused by the host.
+    {"UnsupportedHttpVersion", "GET", "", "", 505, nullptr, nullptr, nullptr, nullptr,
+     "GET /api/isp/FakeRatio HTTP/9.9\r\nHost: 127.0.0.1\r\n\r\n"},
+    {"RequestLineWithoutVersion", "GET", "", "", 400, nullptr, nullptr, nullptr, nullptr,
+     "GET /api/isp/FakeRatio\r\nHost: 127.0.0.1\r\n\r\n"},
+    {"HeaderLineWithoutColon", "GET", "", "", 400, nullptr, nullptr, nullptr, nullptr,
+     "GET /api/isp/FakeRatio HTTP/1.1\r\nHost 127.0.0.1\r\n\r\n"},
+    {"ContentLengthNotANumber", "PUT", "", "", 400, nullptr, nullptr, nullptr, nullptr,
+     "PUT /api/isp/AEExpLock?ChannelId=101 HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 1x\r\n\r\n"},
+    {"HeadOnePastTheLimit", "PUT", "", "", 431, nullptr, nullptr, nullptr, nullptr,
+     HeadOfSize(kExposureLockHead, kHeadLimit + 1, R"({"enable": true})")},
+    {"HeadOfAHundredKilobytes", "GET", "", "", 431, nullptr, nullptr, nullptr, nullptr,
+     HeadOfSize("GET /api/isp/FakeRatio HTTP/1.1\r\nHost: 127.0.0.1\r\n", 100 * 1024)},
+    {"HeadAtTheLimit", "PUT", "", "", 200, "0", nullptr, nullptr, nullptr,
+     HeadOfSize(kExposureLockHead, kHeadLimit, R"({"enable": true})")},
 };
 
 class FailedRequest : public Devhost, public WithParamInterface<FailureCase> {};
@@ -207,7 +240,7 @@ TEST_P(FailedRequest, AnswersAsDueAndLeavesTheDeviceAsItWas)
     if (c.fault != nullptr) {
         ASSERT_EQ(Call("POST", "/_sim/faults", c.fault).status, 201);
     }
-    const HttpResult r = Call(c.method, c.target, c.body);
+    const HttpResult r = c.raw.empty() ? Call(c.method, c.target, c.body) : host_->Exchange(c.raw);
     EXPECT_EQ(r.status, c.status) << r.body;
     if (c.code != nullptr) {
         EXPECT_EQ(JsonAt(r.body, "/ResponseStatus/StatusCode"), c.code) << r.body;
@@ -223,7 +256,7 @@ TEST_P(FailedRequest, AnswersAsDueAndLeavesTheDeviceAsItWas)
         EXPECT_THAT(Log(), Contains(HasSubstr(c.logged)));
     }
     if (c.fault != nullptr) {
-        ASSERT_EQ(Call("DELETE", "/_sim/faults").status, 200);
+        ASSERT_EQ(c.clearedByReset ? Call("POST", "/_sim/reset").status : Call("DELETE", "/_sim/faults").status, 200);
         EXPECT_EQ(Call(c.method, c.target, c.body).status, 200);
     }
 }
@@ -266,6 +299,91 @@ TEST_F(Devhost, JournalAndLogShowAResetInOrder)
     EXPECT_THAT(Log(), IsEmpty());
     EXPECT_EQ(Value("GET", "/_sim/isp/7/0", "/fields/fogState"), "1");
 }
+
+// ---- the journal and the log: bounded, read whole or after a number ----------
+
+struct WatchCase {
+    const char* name;
+    std::vector<const char*> args;  // the host's options
+    const char* route;
+    const char* list;    // the member holding the entries
+    const char* target;  // a GET that adds entries
+    size_t perRequest;   // how many it adds
+    size_t requests;     // how many are made after the first
+    size_t keep;         // the bound
+    friend std::ostream& operator<<(std::ostream& os, const WatchCase& c) { return os << c.name; }
+};
+
+const WatchCase kWatchCases[] = {
+    // Per GET: one read of the control process; a diagnostic and four
+    // operation-log lines.
+    {"JournalOverItsBound", {"--journal-keep", "5"}, "/_sim/journal", "/entries", "/api/isp/ExtreColor?ChannelId=101",
+     1, 6, 5},
+    {"LogOverItsBound", {"--log-keep", "7"}, "/_sim/log", "/lines", "/api/isp/ExtreColor?ChannelId=101", 5, 2, 7},
+    // More than a frame's 1 MiB of journal, within the default bound: such a
+    // read once ended the ISP service simulator and the host.
+    {"JournalOverAFrame", {}, "/_sim/journal", "/entries", "/api/isp/AfPlanePoint?ChannelId=101", 1, 240, 2000},
+    {"FullLog", {"--log-keep", "300"}, "/_sim/log", "/lines", "/api/isp/AfPlanePoint?ChannelId=101", 4, 80, 300},
+};
+
+class WatchedRecord : public Devhost, public WithParamInterface<WatchCase> {
+protected:
+    std::vector<std::string> SeqsAfter(const std::string& since) const
+    {
+        const HttpResult r = Call("GET", std::string(GetParam().route) + "?since=" + since);
+        EXPECT_EQ(r.status, 200) << r.body;
+        return JsonRows(r.body, GetParam().list, {"/seq"});
+    }
+};
+
+std::vector<std::string> Numbers(size_t from, size_t to)
+{
+    std::vector<std::string> numbers;
+    for (size_t n = from; n <= to; n++) {
+        numbers.push_back(std::to_string(n));
+    }
+    return numbers;
+}
+
+TEST_P(WatchedRecord, KeepsItsBoundAndAnswersWhatCameAfterANumber)
+{
+    const WatchCase& c = GetParam();
+    host_ = Start(c.args, "");
+    ASSERT_TRUE(host_->Serving()) << host_->Output();
+    EXPECT_EQ(Value("GET", c.route, "/last"), "0");
+    ASSERT_EQ(Call("GET", c.target).status, 200);
+    const std::string first = Value("GET", c.route, "/last");
+    EXPECT_EQ(first, std::to_string(c.perRequest));
+    EXPECT_THAT(SeqsAfter(first), IsEmpty());
+
+    for (size_t i = 0; i < c.requests; i++) {
+        ASSERT_EQ(Call("GET", c.target).status, 200);
+    }
+    const size_t total = c.perRequest * (c.requests + 1);
+    const HttpResult all = Call("GET", c.route);
+    ASSERT_EQ(all.status, 200);
+    EXPECT_EQ(JsonAt(all.body, "/last"), std::to_string(total));
+    EXPECT_EQ(JsonAt(all.body, "/dropped"), std::to_string(total > c.keep ? total - c.keep : 0));
+    EXPECT_EQ(JsonRows(all.body, c.list, {"/seq"}), Numbers(total > c.keep ? total - c.keep + 1 : 1, total));
+    EXPECT_EQ(SeqsAfter(first), Numbers(std::max(std::stoul(first), total - std::min(total, c.keep)) + 1, total));
+    EXPECT_EQ(SeqsAfter(std::to_string(total - 2)), Numbers(total - 1, total));
+    EXPECT_THAT(SeqsAfter(std::to_string(total)), IsEmpty());
+
+    // Every process still runs and serves.
+    const std::string pid = std::to_string(host_->Pid());
+    std::ifstream children("/proc/" + pid + "/task/" + pid + "/children");
+    const std::vector<pid_t> simulators{std::istream_iterator<pid_t>(children), {}};
+    EXPECT_EQ(simulators.size(), 2u);
+    EXPECT_EQ(Call("GET", c.target).status, 200);
+
+    for (const char* since : {"-1", "x", "", "99999999999999999999"}) {
+        const HttpResult bad = Call("GET", std::string(c.route) + "?since=" + since);
+        EXPECT_EQ(bad.status, 400) << since;
+        EXPECT_EQ(JsonAt(bad.body, "/error/status"), "400") << since;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(JournalAndLog, WatchedRecord, ValuesIn(kWatchCases), kCaseName);
 
 // ---- concurrency -----------------------------------------------------------
 
@@ -501,6 +619,7 @@ const StartCase kRefusedStarts[] = {
     {"TokenOneCharacterShort", "", "--token takes at least 16 characters", {"--token", "given-token_0.~"}},
     {"TokenNotUrlSafe", "", "--token takes at least 16 characters", {"--token", "given token_0.~9"}},
     {"TokenAndNoToken", "", "--token and --no-token exclude each other", {"--token", "given-token_0.~9", "--no-token"}},
+    {"JournalKeepingNothing", "", "--journal-keep takes a count from 1, not 0", {"--journal-keep", "0"}},
 };
 
 class RefusedStart : public TestWithParam<StartCase> {};
