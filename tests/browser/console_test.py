@@ -26,6 +26,7 @@ import urllib.request
 from selenium import webdriver
 from selenium.common.exceptions import TimeoutException
 from selenium.webdriver.chrome.service import Service
+from selenium.webdriver.common import utils
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
 from selenium.webdriver.support.ui import Select, WebDriverWait
@@ -142,16 +143,39 @@ def words(hex_text):
 
 # ---- the browser -----------------------------------------------------------
 
+class LoopbackService(Service):
+    """chromedriver reached at 127.0.0.1 rather than by the name "localhost",
+    which a minimal root (a chroot, a package builder's) may not resolve: it
+    can lack /etc/hosts."""
+
+    @property
+    def service_url(self):
+        return f"http://127.0.0.1:{self.port}"
+
+    def is_connectable(self):
+        return utils.is_connectable(self.port, host="127.0.0.1")
+
+
 class Console:
     def __init__(self, host, out):
-        options = webdriver.ChromeOptions()
-        for arg in CHROMIUM_ARGS:
-            options.add_argument(arg)
+        # Chromium is started here and chromedriver attached to it at
+        # 127.0.0.1: left to itself, chromedriver reaches the browser it starts
+        # by the name "localhost" (see LoopbackService).
         self.profile = tempfile.mkdtemp(prefix="console-chromium-")
-        options.add_argument(f"--user-data-dir={self.profile}")
-        options.binary_location = CHROMIUM
+        port = utils.free_port()
+        self.browser = subprocess.Popen(
+            [CHROMIUM, *CHROMIUM_ARGS, f"--user-data-dir={self.profile}", f"--remote-debugging-port={port}",
+             "--remote-debugging-address=127.0.0.1", "about:blank"],
+            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        deadline = time.monotonic() + WAIT_S
+        while not utils.is_connectable(port, host="127.0.0.1"):
+            if self.browser.poll() is not None or time.monotonic() > deadline:
+                raise AssertionError(f"Chromium did not open its debugging port {port}")
+            time.sleep(0.1)
+        options = webdriver.ChromeOptions()
+        options.debugger_address = f"127.0.0.1:{port}"
         options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
-        self.driver = webdriver.Chrome(service=Service(CHROMEDRIVER), options=options)
+        self.driver = webdriver.Chrome(service=LoopbackService(CHROMEDRIVER), options=options)
         self.host = host
         self.out = out
         self.viewport(1280, 800)
@@ -201,6 +225,8 @@ class Console:
 
     def quit(self):
         self.driver.quit()
+        self.browser.terminate()
+        self.browser.wait(timeout=WAIT_S)
         shutil.rmtree(self.profile, ignore_errors=True)
 
 
