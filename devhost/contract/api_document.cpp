@@ -177,13 +177,29 @@ json_object* HostErrorSchema()
     return schema;
 }
 
-// A host refusal; `header` names a header it always carries, with what it holds.
-struct RefusalHeader {
+// A header an answer always carries, with what it holds.
+struct AnswerHeader {
     const char* name;
     const char* description;
 };
 
-json_object* HostErrorResponse(unsigned status, const char* description, const RefusalHeader* with = nullptr)
+// Adds the headers to the response object `r`.
+void AddHeaders(json_object* r, std::initializer_list<AnswerHeader> list)
+{
+    json_object* headers = Object();
+    for (const AnswerHeader& h : list) {
+        json_object* schema = Object();
+        Put(schema, "type", Text("string"));
+        json_object* header = Object();
+        Put(header, "description", Text(h.description));
+        Put(header, "required", json_object_new_boolean(1));
+        Put(header, "schema", schema);
+        Put(headers, h.name, header);
+    }
+    Put(r, "headers", headers);
+}
+
+json_object* HostErrorResponse(unsigned status, const char* description, const AnswerHeader* with = nullptr)
 {
     json_object* statusConst = Object();
     Put(statusConst, "const", Integer(status));
@@ -202,15 +218,7 @@ json_object* HostErrorResponse(unsigned status, const char* description, const R
     Put(schema, "allOf", allOf);
     json_object* r = Response(description, schema);
     if (with != nullptr) {
-        json_object* headerSchema = Object();
-        Put(headerSchema, "type", Text("string"));
-        json_object* header = Object();
-        Put(header, "description", Text(with->description));
-        Put(header, "required", json_object_new_boolean(1));
-        Put(header, "schema", headerSchema);
-        json_object* headers = Object();
-        Put(headers, with->name, header);
-        Put(r, "headers", headers);
+        AddHeaders(r, {*with});
     }
     return r;
 }
@@ -219,21 +227,10 @@ json_object* HostErrorResponse(unsigned status, const char* description, const R
 // same target without the token, and the cookie that carries it from then on.
 json_object* TokenRedirect()
 {
-    json_object* headers = Object();
-    for (const auto& [name, description] :
-         {std::pair{"Location", "the request target without its token parameter"},
-          std::pair{"Set-Cookie", "ispiaas-token-PORT=TOKEN; HttpOnly; SameSite=Strict; Path=/"}}) {
-        json_object* schema = Object();
-        Put(schema, "type", Text("string"));
-        json_object* header = Object();
-        Put(header, "description", Text(description));
-        Put(header, "required", json_object_new_boolean(1));
-        Put(header, "schema", schema);
-        Put(headers, name, header);
-    }
     json_object* r = Object();
     Put(r, "description", Text("a GET whose query carries the host's access token (token=): taken, set as a cookie"));
-    Put(r, "headers", headers);
+    AddHeaders(r, {{"Location", "the request target without its token parameter"},
+                   {"Set-Cookie", "ispiaas-token-PORT=TOKEN; HttpOnly; SameSite=Strict; Path=/"}});
     return r;
 }
 
@@ -460,8 +457,8 @@ json_object* Build()
     Put(responses, "Status404",
         HostErrorResponse(404, "no such path; or, under --allow-missing, a resource whose stages the module lacks",
                           nullptr));
-    const RefusalHeader allow{"Allow", "the methods the path takes, e.g. \"GET, PUT\""};
-    const RefusalHeader bearer{"WWW-Authenticate", "the scheme the token is given in: \"Bearer\""};
+    const AnswerHeader allow{"Allow", "the methods the path takes, e.g. \"GET, PUT\""};
+    const AnswerHeader bearer{"WWW-Authenticate", "the scheme the token is given in: \"Bearer\""};
     Put(responses, "Status401",
         HostErrorResponse(401,
                           "a host listening beyond loopback (or given --token) refuses a request without its access "
