@@ -16,12 +16,64 @@ std::string Trimmed(const char* text)
     return std::string(text, len);
 }
 
+// The length of the UTF-8 sequence that starts `text`, 0 when it is not one.
+size_t Utf8Length(std::string_view text)
+{
+    const auto lead = static_cast<unsigned char>(text[0]);
+    const size_t length = lead >= 0xf0 && lead <= 0xf4 ? 4 : lead >= 0xe0 ? 3 : lead >= 0xc2 ? 2 : 0;
+    if (length == 0 || length > text.size()) {
+        return 0;
+    }
+    for (size_t i = 1; i < length; i++) {
+        if ((static_cast<unsigned char>(text[i]) & 0xc0) != 0x80) {
+            return 0;
+        }
+    }
+    return length;
+}
+
 const char* LangName(VW_LOG_LANG_E lang)
 {
     return lang == VW_LOG_LANG_EN ? "en" : lang == VW_LOG_LANG_CN ? "cn" : "";
 }
 
 }  // namespace
+
+std::string ForTerminal(std::string_view text)
+{
+    static const char kHex[] = "0123456789abcdef";
+    std::string printed;
+    printed.reserve(text.size());
+    for (size_t i = 0; i < text.size();) {
+        const auto c = static_cast<unsigned char>(text[i]);
+        if (c >= 0x20 && c < 0x7f) {
+            // The value of every token parameter, wherever a client put one.
+            if (text.compare(i, kTokenParameter.size(), kTokenParameter) == 0) {
+                printed += std::string(kTokenParameter) + "***";
+                i = std::min(text.find_first_of("& \t#", i), text.size());
+                continue;
+            }
+            printed += static_cast<char>(c);
+            i++;
+            continue;
+        }
+        const size_t length = c >= 0x80 ? Utf8Length(text.substr(i)) : 0;
+        // C1 controls (U+0080 to U+009F) are two bytes starting with 0xc2.
+        const bool c1 = length == 2 && c == 0xc2 && static_cast<unsigned char>(text[i + 1]) < 0xa0;
+        if (length != 0 && !c1) {
+            printed.append(text, i, length);
+            i += length;
+            continue;
+        }
+        const size_t escaped = c1 ? 2 : 1;
+        for (size_t k = 0; k < escaped; k++) {
+            const auto byte = static_cast<unsigned char>(text[i + k]);
+            printed += std::string("\\x") + kHex[byte >> 4] + kHex[byte & 15];
+        }
+        i += escaped;
+    }
+    return printed;
+}
 
 LogTap::LogTap(FILE* out, size_t keep) : out_(out), lines_(keep) { VW_SetLogSink(&LogTap::Sink, this); }
 
@@ -56,7 +108,7 @@ void LogTap::Sink(const VW_LOG_LINE_S* line, void* self)
     std::lock_guard<std::mutex> guard(tap->lock_);
     const unsigned long long seq = ++tap->count_;
     json_object_object_add(o, "seq", json_object_new_int64(static_cast<int64_t>(seq)));
-    std::fprintf(tap->out_, "%s\n", printed.c_str());
+    std::fprintf(tap->out_, "%s\n", ForTerminal(printed).c_str());
     std::fflush(tap->out_);
     tap->lines_.Add(seq, JsonText(o));
 }
@@ -64,7 +116,7 @@ void LogTap::Sink(const VW_LOG_LINE_S* line, void* self)
 void LogTap::Note(const std::string& text)
 {
     std::lock_guard<std::mutex> guard(lock_);
-    std::fprintf(out_, "host  %s\n", text.c_str());
+    std::fprintf(out_, "host  %s\n", ForTerminal(text).c_str());
     std::fflush(out_);
 }
 

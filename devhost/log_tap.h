@@ -6,11 +6,20 @@
 #include <cstdio>
 #include <mutex>
 #include <string>
+#include <string_view>
 
 #include "sim_common.h"
 #include "vw_log.h"
 
 namespace devhost {
+
+// A text as the log prints it: whatever a client sent in it can never act on
+// the operator's terminal. Control bytes (C0, DEL and C1) and bytes that are
+// not UTF-8 are written as \xNN, and the value of every "token=" parameter
+// as ***. Text of any script is kept as it is.
+std::string ForTerminal(std::string_view text);
+
+inline constexpr std::string_view kTokenParameter = "token=";
 
 class LogTap {
 public:
@@ -22,6 +31,7 @@ public:
     ~LogTap();
 
     // A line of the host's own (requests, start and stop), printed only.
+    // Every printed line, the module's too, goes through ForTerminal.
     void Note(const std::string& text);
     // The kept lines numbered after `since`, oldest first:
     // {"lines": [...], "last", "dropped"}; `last` is the number of the latest

@@ -6,6 +6,7 @@
 #include <dlfcn.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -46,12 +47,19 @@ struct Options {
     bool noToken = false;
     size_t journalKeep = kJournalKeepDefault;
     size_t logKeep = LogTap::kKeepDefault;
+    size_t maxConnections = IntakeLimits{}.served;
+    std::vector<std::string> allowHosts;
 };
+
+// The library's own bound on connections (FD_SETSIZE - 4), which the host
+// keeps below.
+constexpr size_t kMaxConnectionsLimit = 1000;
 
 const char kUsage[] =
     "usage: ispiaas-devhost [--listen ADDR:PORT] [--module PATH] [--profile FILE] [--log FILE]\n"
     "                       [--allow-missing] [--journal-keep N] [--log-keep N]\n"
-    "                       [--token TEXT | --no-token] [--print-profile] [--print-openapi]\n"
+    "                       [--token TEXT | --no-token] [--allow-host NAME]... [--max-connections N]\n"
+    "                       [--print-profile] [--print-openapi]\n"
     "  --listen ADDR:PORT  where to serve HTTP (default 127.0.0.1:8080; port 0 takes a free one)\n"
     "  --module PATH       the module to load (default: the installed one beside this program, else the build's)\n"
     "  --profile FILE      a JSON device profile; its values replace the embedded default's\n"
@@ -61,6 +69,8 @@ const char kUsage[] =
     "  --allow-missing     serve the resources whose stages all exist instead of refusing to start\n"
     "  --token TEXT        the access token every request needs (default beyond loopback: a random one)\n"
     "  --no-token          no access token, even beyond loopback: open to the network\n"
+    "  --allow-host NAME   also answer requests whose Host is NAME (or NAME:PORT); repeatable\n"
+    "  --max-connections N serve at most N connections at once, each with its thread (default 256, at most 1000)\n"
     "  --print-profile     print the embedded default profile and exit\n"
     "  --print-openapi     print the API document (served at /openapi.json) and exit\n";
 
@@ -118,6 +128,13 @@ int ParseOptions(int argc, char** argv, Options& o)
             o.noToken = true;
         } else if (arg == "--token" && hasValue) {
             o.token = argv[++i];
+        } else if (arg == "--allow-host" && hasValue) {
+            o.allowHosts.emplace_back(argv[++i]);
+        } else if (arg == "--max-connections" && hasValue) {
+            if (!ParseCount(argv[++i], o.maxConnections) || o.maxConnections > kMaxConnectionsLimit) {
+                return Fail(kExitUsage, "--max-connections takes a count from 1 to " +
+                                            std::to_string(kMaxConnectionsLimit) + ", not " + argv[i]);
+            }
         } else if (arg == "--listen" && hasValue) {
             if (!ParseListen(argv[++i], o)) {
                 return Fail(kExitUsage, std::string("--listen takes ADDR:PORT, not ") + argv[i]);
@@ -172,22 +189,48 @@ bool Spawn(Child& child, Body body)
     return true;
 }
 
-void Stop(Child& child)
+// Ends both simulators: SIGTERM, a second for them to go, then SIGKILL.
+void Stop(Child& first, Child& second)
 {
-    if (child.pid <= 0) {
-        return;
+    Child* children[] = {&first, &second};
+    for (Child* child : children) {
+        if (child->pid > 0) {
+            kill(child->pid, SIGTERM);
+        }
     }
-    kill(child.pid, SIGTERM);
     for (int i = 0; i < 50; i++) {
-        if (waitpid(child.pid, nullptr, WNOHANG) == child.pid) {
-            child.pid = -1;
+        bool running = false;
+        for (Child* child : children) {
+            if (child->pid > 0 && waitpid(child->pid, nullptr, WNOHANG) == child->pid) {
+                child->pid = -1;
+            }
+            running = running || child->pid > 0;
+        }
+        if (!running) {
             return;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
-    kill(child.pid, SIGKILL);
-    waitpid(child.pid, nullptr, 0);
-    child.pid = -1;
+    for (Child* child : children) {
+        if (child->pid > 0) {
+            kill(child->pid, SIGKILL);
+            waitpid(child->pid, nullptr, 0);
+            child->pid = -1;
+        }
+    }
+}
+
+// Waiting request heads cost a descriptor each: the soft limit is raised to
+// the hard one (within reason) so that the intake's bound, not the process's,
+// decides how many wait.
+void RaiseDescriptorLimit()
+{
+    constexpr rlim_t kEnough = 65536;
+    rlimit files{};
+    if (getrlimit(RLIMIT_NOFILE, &files) == 0 && files.rlim_cur < std::min(files.rlim_max, kEnough)) {
+        files.rlim_cur = std::min(files.rlim_max, kEnough);
+        setrlimit(RLIMIT_NOFILE, &files);
+    }
 }
 
 bool ReadFile(const std::string& path, std::string& text)
@@ -273,6 +316,7 @@ int Run(int argc, char** argv)
     SharedSequence();
     SetJournalKeep(o.journalKeep);
     TuneAllocator();  // before the forks: the simulators inherit it
+    RaiseDescriptorLimit();
 
     Child isp{"ISP service simulator", "ispiaas-isp-sim"};
     Child control{"control process simulator", "ispiaas-ctl-sim"};
@@ -296,6 +340,7 @@ int Run(int argc, char** argv)
     LogTap tap(out, o.logKeep);
     parts.log = &tap;
     parts.access = &gate;
+    parts.limits = LimitsFor(o.address, o.maxConnections);
     HttpFront front(parts);
     int status = 0;
     Json ping(json_object_new_object());
@@ -305,7 +350,7 @@ int Run(int argc, char** argv)
     } else if (JsonGet(ispLink.Call(ping.get()).get(), "error") != nullptr ||
                JsonGet(controlLink.Call(ping.get()).get(), "error") != nullptr) {
         status = Fail(1, "a simulator did not start");
-    } else if (!front.Start(o.address, o.port, error)) {
+    } else if (!front.Start(o.address, o.port, OwnNames(o.address, o.allowHosts), error)) {
         status = Fail(1, error);
     } else {
         PrintBanner(o, front.Port(), gate);
@@ -327,8 +372,7 @@ int Run(int argc, char** argv)
     }
     // The simulators go first, so that stages waiting on them fail at once
     // and the HTTP threads can be joined.
-    Stop(isp);
-    Stop(control);
+    Stop(isp, control);
     front.Stop();
     close(isp.link);
     close(control.link);

@@ -3,7 +3,10 @@
 #include <arpa/inet.h>
 #include <microhttpd.h>
 #include <strings.h>
+#include <ifaddrs.h>
 #include <sys/random.h>
+#include <sys/resource.h>
+#include <unistd.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -18,14 +21,7 @@ namespace {
 
 constexpr size_t kMinTokenLength = 16;
 constexpr size_t kRandomTokenBytes = 32;  // 256 bits, 43 characters
-constexpr std::string_view kTokenParameter = "token=";
 constexpr std::string_view kBearer = "Bearer ";
-
-bool IsLoopback(const std::string& address)
-{
-    in_addr addr{};
-    return inet_pton(AF_INET, address.c_str(), &addr) == 1 && (ntohl(addr.s_addr) >> 24) == 127;
-}
 
 // Characters that need no escaping in a URL, a header or a cookie.
 bool UrlSafe(const std::string& text)
@@ -104,18 +100,16 @@ std::optional<std::string> QueryToken(const std::string& target)
     return token;
 }
 
-// The target with each "token" parameter dropped (`mask` null) or with its
-// value replaced by `mask`; a query left empty goes too.
-std::string RewriteTokens(const std::string& target, const char* mask)
+// The target without its "token" parameters; a query left empty goes too.
+std::string WithoutTokens(const std::string& target)
 {
     std::string rewritten = target.substr(0, target.find('?'));
     char separator = '?';
     ForEachParameter(target, [&](size_t begin, size_t end) {
-        const bool token = target.compare(begin, kTokenParameter.size(), kTokenParameter) == 0;
-        if (token && mask == nullptr) {
+        if (target.compare(begin, kTokenParameter.size(), kTokenParameter) == 0) {
             return;
         }
-        rewritten += separator + (token ? std::string(kTokenParameter) + mask : target.substr(begin, end - begin));
+        rewritten += separator + target.substr(begin, end - begin);
         separator = '&';
     });
     return rewritten;
@@ -136,6 +130,20 @@ std::string CookieName(MHD_Connection* connection)
     return "ispiaas-token-" + std::to_string(known ? ntohs(local.sin_port) : 0);
 }
 
+// A target as a path of this host: "//other.example/x" (another host's
+// address, relative to the scheme), "/\other.example" (the same to some
+// browsers) and an absolute URL all become a path here.
+std::string LocalPath(const std::string& target)
+{
+    const size_t scheme = target.find("://");
+    const std::string rest =
+        target.empty() || target[0] == '/' || scheme == std::string::npos
+            ? target
+            : target.substr(std::min(target.find('/', scheme + 3), target.size()));
+    const size_t start = rest.find_first_not_of("/\\");
+    return "/" + (start == std::string::npos ? "" : rest.substr(start));
+}
+
 HttpReply Unauthorized(const std::string& message)
 {
     HttpReply reply = ErrorReply(401, message);
@@ -144,6 +152,53 @@ HttpReply Unauthorized(const std::string& message)
 }
 
 }  // namespace
+
+bool IsLoopback(const std::string& address)
+{
+    in_addr addr{};
+    return inet_pton(AF_INET, address.c_str(), &addr) == 1 && (ntohl(addr.s_addr) >> 24) == 127;
+}
+
+std::vector<std::string> OwnNames(const std::string& address, const std::vector<std::string>& allowed)
+{
+    std::vector<std::string> names(std::begin(kLoopbackNames), std::end(kLoopbackNames));
+    names.push_back(address);
+    if (!IsLoopback(address)) {
+        ifaddrs* list = nullptr;
+        if (getifaddrs(&list) == 0) {
+            for (const ifaddrs* i = list; i != nullptr; i = i->ifa_next) {
+                char text[INET_ADDRSTRLEN] = "";
+                if (i->ifa_addr != nullptr && i->ifa_addr->sa_family == AF_INET &&
+                    inet_ntop(AF_INET, &reinterpret_cast<const sockaddr_in*>(i->ifa_addr)->sin_addr, text,
+                              sizeof(text)) != nullptr) {
+                    names.emplace_back(text);
+                }
+            }
+            freeifaddrs(list);
+        }
+        char name[256] = "";
+        if (gethostname(name, sizeof(name) - 1) == 0 && name[0] != '\0') {
+            names.emplace_back(name);
+        }
+    }
+    names.insert(names.end(), allowed.begin(), allowed.end());
+    return names;
+}
+
+IntakeLimits LimitsFor(const std::string& address, size_t served)
+{
+    constexpr size_t kWaitingPerServed = 8;
+    constexpr size_t kSpareDescriptors = 64;  // the host's own files, sockets and links
+    rlimit files{};
+    getrlimit(RLIMIT_NOFILE, &files);
+    const size_t descriptors = files.rlim_cur == RLIM_INFINITY ? SIZE_MAX : files.rlim_cur;
+    IntakeLimits limits;
+    limits.served = served;
+    limits.waiting = std::min(kWaitingPerServed * served,
+                              descriptors > served + kSpareDescriptors ? descriptors - served - kSpareDescriptors : 1);
+    limits.perAddress = IsLoopback(address) ? 0 : std::max<size_t>(1, served / 4);
+    return limits;
+}
 
 bool AccessGate::Configure(const std::string& address, const std::string& token, bool noToken, std::string& error)
 {
@@ -174,7 +229,7 @@ std::optional<HttpReply> AccessGate::Answer(MHD_Connection* connection, const ch
             return Unauthorized("the token in the query is not this host's (a query token is taken by a GET only)");
         }
         HttpReply reply{303, "", ""};
-        reply.headers.emplace_back(MHD_HTTP_HEADER_LOCATION, RewriteTokens(target, nullptr));
+        reply.headers.emplace_back(MHD_HTTP_HEADER_LOCATION, LocalPath(WithoutTokens(target)));
         reply.headers.emplace_back(MHD_HTTP_HEADER_SET_COOKIE,
                                    CookieName(connection) + "=" + token_ + "; HttpOnly; SameSite=Strict; Path=/");
         return reply;
@@ -203,12 +258,10 @@ std::optional<HttpReply> AccessAnswer(HostParts& parts, MHD_Connection* connecti
     std::optional<HttpReply> answer =
         parts.access != nullptr ? parts.access->Answer(connection, method, target) : std::nullopt;
     if (answer) {
-        parts.log->Note(std::string(method) + " " + MaskedTarget(target) + " -> " + std::to_string(answer->status) +
+        parts.log->Note(std::string(method) + " " + target + " -> " + std::to_string(answer->status) +
                         (answer->status == 303 ? " (access token taken, cookie set)" : " (no access token)"));
     }
     return answer;
 }
-
-std::string MaskedTarget(const std::string& target) { return RewriteTokens(target, "***"); }
 
 }  // namespace devhost

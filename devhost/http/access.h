@@ -7,6 +7,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "http_front.h"
 
@@ -38,14 +39,24 @@ private:
     bool open_ = false;
 };
 
+// True for an address in 127.0.0.0/8.
+bool IsLoopback(const std::string& address);
+
+// The names by which a host listening on `address` is reached: the address,
+// the loopback names, beyond loopback the machine's own IPv4 addresses and
+// name, and the `allowed` ones (--allow-host).
+std::vector<std::string> OwnNames(const std::string& address, const std::vector<std::string>& allowed);
+
+// The intake's bounds for a host listening on `address` that serves
+// `served` connections at once: eight heads may wait for each (fewer when
+// the process has fewer descriptors), and beyond loopback one client address
+// may hold a quarter of them.
+IntakeLimits LimitsFor(const std::string& address, size_t served);
+
 // The gate's answer to a request (none when `parts` has no gate), with the
 // host's log line for it.
 std::optional<HttpReply> AccessAnswer(HostParts& parts, MHD_Connection* connection, const char* method,
                                       const std::string& target);
-
-// A request target with the value of every "token" query parameter masked,
-// as the log prints it.
-std::string MaskedTarget(const std::string& target);
 
 }  // namespace devhost
 

@@ -1,6 +1,7 @@
 #include "console_files.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -75,8 +76,14 @@ HttpReply ConsoleFile(const std::string& method, const std::string& path)
     if (!PlainName(name) || contentType == nullptr) {
         return ErrorReply(404, "no console file at " + path);
     }
-    const int fd = openat(OpenConsoleDirectory(), name.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
+    // Neither a link (which could lead anywhere) nor anything but a regular
+    // file (a FIFO would block the request) is served.
+    const int fd = openat(OpenConsoleDirectory(), name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    struct stat status {};
+    if (fd < 0 || fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+        if (fd >= 0) {
+            close(fd);
+        }
         return ErrorReply(404, "no console file at " + path);
     }
     HttpReply reply{200, "", ""};

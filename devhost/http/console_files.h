@@ -18,8 +18,9 @@ int OpenConsoleDirectory();
 bool IsConsolePath(const std::string& path);
 
 // The answer to a request for a console path: the file with its Content-Type,
-// 404 for a name that is not a file of the directory (no subdirectories, no
-// "..", only known kinds of file), 405 for a method other than GET or HEAD.
+// 404 for a name that is not a regular file of the directory (no links, no
+// subdirectories, no "..", only known kinds of file), 405 for a method other
+// than GET or HEAD.
 HttpReply ConsoleFile(const std::string& method, const std::string& path);
 
 }  // namespace devhost

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "access.h"
+#include "request_rules.h"
 #include "api_document.h"
 #include "console_files.h"
 #include "stage_runner.h"
@@ -17,7 +18,9 @@ namespace {
 // Threads that run stages hold two command buffers of about 21 KB each on
 // their stack, more under the sanitizers.
 constexpr size_t kStageStackSize = 1024 * 1024;
-constexpr unsigned kConnectionTimeoutS = 120;
+// A served connection that sends nothing for this long is closed.
+constexpr unsigned kConnectionTimeoutS = 60;
+constexpr size_t kLibraryLimitSlack = 8;
 
 struct RequestState {
     std::string rawUri;  // the request target exactly as sent, query included
@@ -26,8 +29,9 @@ struct RequestState {
     std::string body;
 };
 
-void* UriLog(void*, const char* uri, MHD_Connection*)
+void* UriLog(void*, const char* uri, MHD_Connection* connection)
 {
+    Intake::Begun(connection);
     auto* state = new RequestState;
     state->rawUri = uri != nullptr ? uri : "";
     return state;
@@ -38,6 +42,13 @@ void Completed(void*, MHD_Connection*, void** state, MHD_RequestTerminationCode)
     delete static_cast<RequestState*>(*state);
     *state = nullptr;
 }
+
+// A page's policy: its own scripts, styles, images and requests, nothing
+// inline, no other page may frame it. Every other answer loads nothing.
+constexpr const char* kPagePolicy =
+    "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; connect-src 'self'; "
+    "base-uri 'none'; form-action 'self'; frame-ancestors 'none'";
+constexpr const char* kDataPolicy = "default-src 'none'; frame-ancestors 'none'";
 
 MHD_Result Send(MHD_Connection* connection, const HttpReply& reply)
 {
@@ -51,6 +62,9 @@ MHD_Result Send(MHD_Connection* connection, const HttpReply& reply)
         MHD_add_response_header(response, MHD_HTTP_HEADER_ALLOW, reply.allow.c_str());
     }
     for (const auto& [name, value] : reply.headers) {
+        MHD_add_response_header(response, name.c_str(), value.c_str());
+    }
+    for (const auto& [name, value] : CommonHeaders(reply.contentType)) {
         MHD_add_response_header(response, name.c_str(), value.c_str());
     }
     const MHD_Result rc = MHD_queue_response(connection, reply.status, response);
@@ -90,14 +104,10 @@ std::string AllowedMethods(const Resource& r)
 // What a request gets before its body is read: an error for a path, method
 // or size that the host refuses, nothing when it may go on.
 std::optional<HttpReply> Refusal(const HostParts& parts, const std::string& path, const std::string& method,
-                                 MHD_Connection* connection, const RequestState& state)
+                                 const RequestState& state)
 {
     if (state.rawUri.size() >= HTTP_URL_LEN) {
         return ErrorReply(414, "the request target is longer than " + std::to_string(HTTP_URL_LEN - 1) + " bytes");
-    }
-    if (const char* length = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_CONTENT_LENGTH);
-        length != nullptr && std::strtoull(length, nullptr, 10) > kBodyLimit) {
-        return ErrorReply(413, "the body is larger than " + std::to_string(kBodyLimit) + " bytes");
     }
     if (path.rfind(kSimPrefix, 0) == 0 || IsConsolePath(path)) {
         return std::nullopt;
@@ -127,6 +137,21 @@ std::optional<HttpReply> Refusal(const HostParts& parts, const std::string& path
         return reply;
     }
     return std::nullopt;
+}
+
+MHD_Result AddHeader(void* head, MHD_ValueKind, const char* name, const char* value)
+{
+    static_cast<RequestHead*>(head)->headers.emplace_back(name, value != nullptr ? value : "");
+    return MHD_YES;
+}
+
+// A request as the library parsed it, for the rules the intake applies to
+// first heads (request_rules.h).
+RequestHead HeadOf(MHD_Connection* connection, const char* method, const char* version, const RequestState& state)
+{
+    RequestHead head{method, state.rawUri, version, {}};
+    MHD_get_connection_values(connection, MHD_HEADER_KIND, &AddHeader, &head);
+    return head;
 }
 
 HttpReply RunResource(HostParts& parts, MHD_Connection* connection, const std::string& path, bool put,
@@ -161,7 +186,7 @@ HttpReply RunResource(HostParts& parts, MHD_Connection* connection, const std::s
     return HttpReply{answer.httpStatus, answer.body, ""};
 }
 
-MHD_Result Access(void* cls, MHD_Connection* connection, const char* url, const char* method, const char*,
+MHD_Result Access(void* cls, MHD_Connection* connection, const char* url, const char* method, const char* version,
                   const char* uploadData, size_t* uploadSize, void** statePtr)
 {
     auto* front = static_cast<HttpFront*>(cls);
@@ -169,10 +194,16 @@ MHD_Result Access(void* cls, MHD_Connection* connection, const char* url, const 
     const std::string path = url;
     if (!state->started) {
         state->started = true;
+        if (const std::optional<HeadRefusal> refusal = CheckRequest(HeadOf(connection, method, version, *state),
+                                                                   front->Parts().names)) {
+            front->Parts().log->Note(std::string(method) + " " + state->rawUri + " -> " +
+                                     std::to_string(refusal->status) + " (refused by the host)");
+            return Send(connection, ErrorReply(refusal->status, refusal->message));
+        }
         if (const std::optional<HttpReply> denial = AccessAnswer(front->Parts(), connection, method, state->rawUri)) {
             return Send(connection, *denial);
         }
-        if (const std::optional<HttpReply> refusal = Refusal(front->Parts(), path, method, connection, *state)) {
+        if (const std::optional<HttpReply> refusal = Refusal(front->Parts(), path, method, *state)) {
             front->Parts().log->Note(std::string(method) + " " + state->rawUri + " -> " +
                                      std::to_string(refusal->status) + " (refused by the host)");
             return Send(connection, *refusal);
@@ -180,7 +211,7 @@ MHD_Result Access(void* cls, MHD_Connection* connection, const char* url, const 
         return MHD_YES;
     }
     if (*uploadSize != 0) {
-        if (state->body.size() + *uploadSize > kBodyLimit) {
+        if (state->body.size() + *uploadSize > kBodyLimit) {  // a chunked body
             state->tooLarge = true;
         } else {
             state->body.append(uploadData, *uploadSize);
@@ -224,7 +255,30 @@ HttpReply JsonReply(unsigned status, json_object* body)
     return HttpReply{status, json_object_to_json_string_ext(body, JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_NOSLASHESCAPE) + std::string("\n"), ""};
 }
 
-bool HttpFront::Start(const std::string& address, uint16_t port, std::string& error)
+std::vector<std::pair<std::string, std::string>> CommonHeaders(const std::string& contentType)
+{
+    const bool page = contentType.rfind("text/html", 0) == 0;
+    return {{"X-Content-Type-Options", "nosniff"},
+            {"Referrer-Policy", "no-referrer"},
+            {"Content-Security-Policy", page ? kPagePolicy : kDataPolicy}};
+}
+
+std::string AnswerBytes(const HttpReply& reply)
+{
+    std::string bytes = "HTTP/1.1 " + std::to_string(reply.status) + " " + MHD_get_reason_phrase_for(reply.status) +
+                        "\r\nContent-Type: " + reply.contentType +
+                        "\r\nContent-Length: " + std::to_string(reply.body.size()) + "\r\nConnection: close\r\n";
+    for (const auto& [name, value] : reply.headers) {
+        bytes += name + ": " + value + "\r\n";
+    }
+    for (const auto& [name, value] : CommonHeaders(reply.contentType)) {
+        bytes += name + ": " + value + "\r\n";
+    }
+    return bytes + "\r\n" + reply.body;
+}
+
+bool HttpFront::Start(const std::string& address, uint16_t port, const std::vector<std::string>& names,
+                      std::string& error)
 {
     sockaddr_in addr{};
     addr.sin_family = AF_INET;
@@ -238,18 +292,23 @@ bool HttpFront::Start(const std::string& address, uint16_t port, std::string& er
         error += " (" + address + ":" + std::to_string(port) + ")";
         return false;
     }
+    parts_.names = HostNames(intake_.Port(), names);
+    // The intake keeps the library within parts_.limits; the library's own
+    // bound is only a backstop above it.
+    const auto libraryLimit = static_cast<unsigned>(parts_.limits.served + kLibraryLimitSlack);
     daemon_ = MHD_start_daemon(MHD_USE_THREAD_PER_CONNECTION | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_POLL |
                                    MHD_USE_ERROR_LOG | MHD_USE_NO_LISTEN_SOCKET,
                                0, nullptr, nullptr, &Access, this, MHD_OPTION_EXTERNAL_LOGGER, &LibraryMessage,
                                parts_.log, MHD_OPTION_URI_LOG_CALLBACK, &UriLog, nullptr,
-                               MHD_OPTION_NOTIFY_COMPLETED, &Completed, nullptr, MHD_OPTION_THREAD_STACK_SIZE,
-                               kStageStackSize,
-                               MHD_OPTION_CONNECTION_TIMEOUT, kConnectionTimeoutS, MHD_OPTION_END);
+                               MHD_OPTION_NOTIFY_COMPLETED, &Completed, nullptr, MHD_OPTION_NOTIFY_CONNECTION,
+                               &Intake::Notify, &intake_, MHD_OPTION_THREAD_STACK_SIZE, kStageStackSize,
+                               MHD_OPTION_CONNECTION_LIMIT, libraryLimit, MHD_OPTION_CONNECTION_TIMEOUT,
+                               kConnectionTimeoutS, MHD_OPTION_END);
     if (daemon_ == nullptr) {
         error = "cannot listen on " + address + ":" + std::to_string(port);
         return false;
     }
-    intake_.Serve(daemon_, parts_.log);
+    intake_.Serve(daemon_, parts_.log, &parts_.names, parts_.limits);
     return true;
 }
 

@@ -10,6 +10,7 @@
 
 #include "intake.h"
 #include "log_tap.h"
+#include "request_rules.h"
 #include "sim_common.h"
 #include "stage_table.h"
 
@@ -19,7 +20,6 @@ namespace devhost {
 
 class AccessGate;
 
-inline constexpr size_t kBodyLimit = 64 * 1024;
 inline constexpr const char* kApiPrefix = "/api/isp/";
 inline constexpr const char* kSimPrefix = "/_sim/";
 
@@ -29,6 +29,8 @@ struct HostParts {
     LinkClient* control = nullptr;
     LogTap* log = nullptr;
     const AccessGate* access = nullptr;  // null: every request may go on
+    HostNames names;                     // the names a request's Host may give
+    IntakeLimits limits;
 };
 
 struct HttpReply {
@@ -43,6 +45,14 @@ struct HttpReply {
 HttpReply ErrorReply(unsigned status, const std::string& message);
 HttpReply JsonReply(unsigned status, json_object* body);
 
+// The headers every answer carries besides its own: no guessing of types, no
+// referrer, and no framing by other pages; for an HTML page, a policy that
+// lets it load and ask only this host.
+std::vector<std::pair<std::string, std::string>> CommonHeaders(const std::string& contentType);
+// An answer as the bytes of an HTTP/1.1 response that closes the connection
+// (the intake's refusals, written before the library has the connection).
+std::string AnswerBytes(const HttpReply& reply);
+
 // The inspection and fault routes (path without the "/_sim/" prefix; the
 // query as sent, without the '?').
 HttpReply HandleSimRoute(HostParts& parts, const std::string& method, const std::string& path,
@@ -54,8 +64,11 @@ public:
     ~HttpFront() { Stop(); }
 
     // Listens on address:port (port 0: any free port) with a thread per
-    // connection; false with `error` set when it cannot.
-    bool Start(const std::string& address, uint16_t port, std::string& error);
+    // served connection, within the parts' limits and for the parts' names
+    // (each taken with the port listened on); false with `error` set when it
+    // cannot.
+    bool Start(const std::string& address, uint16_t port, const std::vector<std::string>& names,
+               std::string& error);
     uint16_t Port() const;
     void Stop();
 

@@ -2,15 +2,15 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <microhttpd.h>
-#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
-#include <chrono>
+#include <cerrno>
 #include <cstring>
+#include <memory>
 
 #include "http_front.h"
 
@@ -20,140 +20,45 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// How long a connection may take to send its first request head before it
-// is handed to the library anyway (which then applies its own time-out).
+// How long a connection may take to send its first request head.
 constexpr std::chrono::seconds kHeadWait{10};
 // After a refusal, how long and how much of the rest of the request is read
-// and thrown away, so that closing does not reset the connection before the
-// client has read the answer.
-constexpr std::chrono::seconds kLingerWait{1};
-constexpr size_t kLingerBytes = 1024 * 1024;
+// and thrown away before the connection is closed.
+constexpr std::chrono::seconds kDrainWait{1};
+constexpr size_t kDrainBytes = 1024 * 1024;
+// How long accepting pauses when the process has no descriptor or memory
+// left for a new connection, instead of trying again at once.
+constexpr std::chrono::milliseconds kAcceptPause{100};
+// Over a bound, when a client may try again.
+constexpr const char* kRetryAfterSeconds = "1";
 
-bool IsTokenChar(char c)
+constexpr uint32_t kConnectionEvents = EPOLLIN | EPOLLRDHUP | EPOLLET;
+
+// The first line of what a connection sent, for the log: at most 120 bytes.
+std::string FirstLine(std::string_view seen)
 {
-    return std::isalnum(static_cast<unsigned char>(c)) != 0 || std::strchr("!#$%&'*+-.^_`|~", c) != nullptr;
+    const size_t start = std::min(seen.find_first_not_of("\r\n"), seen.size());
+    const size_t end = std::min({seen.find_first_of("\r\n", start), start + 120, seen.size()});
+    return std::string(seen.substr(start, end - start));
 }
 
-std::string WithoutCr(const std::string& line)
+// Over a bound: 503, and when to try again.
+HttpReply Busy(const std::string& message)
 {
-    return !line.empty() && line.back() == '\r' ? line.substr(0, line.size() - 1) : line;
+    HttpReply reply = ErrorReply(503, message);
+    reply.headers.emplace_back(MHD_HTTP_HEADER_RETRY_AFTER, kRetryAfterSeconds);
+    return reply;
 }
 
-bool IEquals(const std::string& a, const char* b)
+std::string AddressText(in_addr_t address)
 {
-    return a.size() == std::strlen(b) && std::equal(a.begin(), a.end(), b, [](char x, char y) {
-               return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
-           });
-}
-
-std::optional<HeadRefusal> CheckRequestLine(const std::string& line)
-{
-    const size_t first = line.find(' ');
-    const size_t last = line.rfind(' ');
-    const HeadRefusal malformed{400, "the request line is not METHOD TARGET HTTP/1.1"};
-    if (first == std::string::npos || first == 0 || first == last || last + 1 == line.size() ||
-        !std::all_of(line.begin(), line.begin() + static_cast<long>(first), IsTokenChar) ||
-        line.find_first_not_of(' ', first) == last) {
-        return malformed;
-    }
-    const std::string version = line.substr(last + 1);
-    if (version.size() != 8 || version.rfind("HTTP/", 0) != 0 ||
-        !std::isdigit(static_cast<unsigned char>(version[5])) || version[6] != '.' ||
-        !std::isdigit(static_cast<unsigned char>(version[7]))) {
-        return malformed;
-    }
-    if (version != "HTTP/1.1" && version != "HTTP/1.0") {
-        return HeadRefusal{505, version + " is not supported; the host speaks HTTP/1.1 and HTTP/1.0"};
-    }
-    return std::nullopt;
-}
-
-std::optional<HeadRefusal> CheckHeaderLine(const std::string& line)
-{
-    // A line starting with white space continues the one before.
-    if (line[0] == ' ' || line[0] == '\t') {
-        return std::nullopt;
-    }
-    const size_t colon = line.find(':');
-    if (colon == std::string::npos || colon == 0 ||
-        !std::all_of(line.begin(), line.begin() + static_cast<long>(colon), IsTokenChar)) {
-        return HeadRefusal{400, "a header line is not NAME: VALUE"};
-    }
-    if (IEquals(line.substr(0, colon), MHD_HTTP_HEADER_CONTENT_LENGTH)) {
-        const size_t begin = line.find_first_not_of(" \t", colon + 1);
-        const size_t end = line.find_last_not_of(" \t");
-        if (begin == std::string::npos ||
-            !std::all_of(line.begin() + static_cast<long>(begin), line.begin() + static_cast<long>(end) + 1,
-                         [](char c) { return std::isdigit(static_cast<unsigned char>(c)) != 0; })) {
-            return HeadRefusal{400, "Content-Length is not a decimal number"};
-        }
-    }
-    return std::nullopt;
-}
-
-// Writes the refusal, reads what the client still sends for a moment, closes.
-void Refuse(int fd, const HeadRefusal& refusal)
-{
-    const HttpReply reply = ErrorReply(refusal.status, refusal.message);
-    const std::string head =
-        "HTTP/1.1 " + std::to_string(refusal.status) + " " + MHD_get_reason_phrase_for(refusal.status) +
-        "\r\nContent-Type: application/json\r\nContent-Length: " + std::to_string(reply.body.size()) +
-        "\r\nConnection: close\r\n\r\n";
-    const std::string answer = head + reply.body;
-    for (size_t sent = 0; sent < answer.size();) {
-        const ssize_t n = send(fd, answer.data() + sent, answer.size() - sent, MSG_NOSIGNAL);
-        if (n <= 0) {
-            break;
-        }
-        sent += static_cast<size_t>(n);
-    }
-    shutdown(fd, SHUT_WR);
-    const Clock::time_point until = Clock::now() + kLingerWait;
-    char sink[4096];
-    for (size_t drained = 0; drained < kLingerBytes && Clock::now() < until;) {
-        pollfd p{fd, POLLIN, 0};
-        if (poll(&p, 1, 100) <= 0) {
-            continue;
-        }
-        const ssize_t n = recv(fd, sink, sizeof(sink), 0);
-        if (n <= 0) {
-            break;
-        }
-        drained += static_cast<size_t>(n);
-    }
-    close(fd);
+    char text[INET_ADDRSTRLEN] = "";
+    in_addr in{address};
+    inet_ntop(AF_INET, &in, text, sizeof(text));
+    return text;
 }
 
 }  // namespace
-
-std::optional<HeadRefusal> CheckHead(const std::string& bytes, bool& whole)
-{
-    whole = false;
-    // Empty lines before the request line are passed over.
-    size_t at = bytes.find_first_not_of("\r\n");
-    if (at == std::string::npos) {
-        return std::nullopt;
-    }
-    bool requestLine = true;
-    for (size_t end; (end = bytes.find('\n', at)) != std::string::npos; at = end + 1) {
-        const std::string line = WithoutCr(bytes.substr(at, end - at));
-        if (end + 1 > kHeadLimit) {
-            break;
-        }
-        if (!requestLine && line.empty()) {
-            whole = true;
-            return std::nullopt;
-        }
-        if (std::optional<HeadRefusal> refusal = requestLine ? CheckRequestLine(line) : CheckHeaderLine(line)) {
-            return refusal;
-        }
-        requestLine = false;
-    }
-    if (bytes.size() > kHeadLimit) {
-        return HeadRefusal{431, "the request head is larger than " + std::to_string(kHeadLimit) + " bytes"};
-    }
-    return std::nullopt;
-}
 
 void LibraryMessage(void* log, const char* format, va_list args)
 {
@@ -168,11 +73,11 @@ void LibraryMessage(void* log, const char* format, va_list args)
 
 bool Intake::Listen(const sockaddr_in& address, std::string& error)
 {
-    listenFd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    listenFd_ = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     const int on = 1;
     if (listenFd_ < 0 || setsockopt(listenFd_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) != 0 ||
         bind(listenFd_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
-        listen(listenFd_, SOMAXCONN) != 0 || pipe2(wake_, O_CLOEXEC) != 0) {
+        listen(listenFd_, SOMAXCONN) != 0) {
         error = std::string("cannot listen: ") + std::strerror(errno);
         return false;
     }
@@ -188,98 +93,320 @@ uint16_t Intake::Port() const
                : 0;
 }
 
-void Intake::Serve(MHD_Daemon* daemon, LogTap* log)
+void Intake::Serve(MHD_Daemon* daemon, LogTap* log, const HostNames* names, const IntakeLimits& limits)
 {
     daemon_ = daemon;
     log_ = log;
-    acceptor_ = std::thread([this] { Accept(); });
+    names_ = names;
+    limits_ = limits;
+    epollFd_ = epoll_create1(EPOLL_CLOEXEC);
+    wakeFd_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    spareFd_ = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    for (const int fd : {listenFd_, wakeFd_}) {
+        epoll_event event{EPOLLIN, {.fd = fd}};
+        epoll_ctl(epollFd_, EPOLL_CTL_ADD, fd, &event);
+    }
+    loop_ = std::thread([this] { Loop(); });
 }
 
-void Intake::Accept()
+void Intake::Loop()
 {
+    epoll_event events[64];
     while (!stopping_) {
-        pollfd p[2] = {{listenFd_, POLLIN, 0}, {wake_[0], POLLIN, 0}};
-        if (poll(p, 2, -1) <= 0 || (p[1].revents & POLLIN) != 0) {
-            continue;
+        const int n = epoll_wait(epollFd_, events, 64, WaitTime());
+        for (int i = 0; i < n && !stopping_; i++) {
+            const int fd = events[i].data.fd;
+            if (fd == listenFd_) {
+                AcceptAll();
+            } else if (fd != wakeFd_ && waiting_.count(fd) != 0) {
+                Examine(fd, events[i].events);
+            }
         }
+        Expire();
+        // Accepting paused (descriptors ran out): listen again once the pause is over.
+        if (acceptPausedUntil_ != Clock::time_point{} && Clock::now() >= acceptPausedUntil_) {
+            acceptPausedUntil_ = {};
+            epoll_event event{EPOLLIN, {.fd = listenFd_}};
+            epoll_ctl(epollFd_, EPOLL_CTL_ADD, listenFd_, &event);
+        }
+    }
+}
+
+// Milliseconds until the next deadline, -1 for none.
+int Intake::WaitTime() const
+{
+    Clock::time_point next = Clock::time_point::max();
+    for (const std::deque<Deadline>* queue : {&heads_, &drains_}) {
+        if (!queue->empty()) {
+            next = std::min(next, queue->front().at);
+        }
+    }
+    if (acceptPausedUntil_ != Clock::time_point{}) {
+        next = std::min(next, acceptPausedUntil_);
+    }
+    if (next == Clock::time_point::max()) {
+        return -1;
+    }
+    const auto ms = std::chrono::ceil<std::chrono::milliseconds>(next - Clock::now()).count();
+    return static_cast<int>(std::clamp<long long>(ms, 0, 60000));
+}
+
+void Intake::AcceptAll()
+{
+    for (;;) {
         sockaddr_in peer{};
         socklen_t len = sizeof(peer);
-        const int fd = accept4(listenFd_, reinterpret_cast<sockaddr*>(&peer), &len, SOCK_CLOEXEC);
-        if (fd < 0) {
+        int fd = accept4(listenFd_, reinterpret_cast<sockaddr*>(&peer), &len, SOCK_NONBLOCK | SOCK_CLOEXEC);
+        if (fd >= 0) {
+            Admit(fd, peer);
             continue;
         }
-        {
-            std::lock_guard<std::mutex> guard(lock_);
-            examining_++;
+        if (errno == EINTR || errno == ECONNABORTED) {
+            continue;
         }
-        std::thread([this, fd, peer] { Examine(fd, peer); }).detach();
+        if ((errno == EMFILE || errno == ENFILE) && spareFd_ >= 0) {
+            // The spare descriptor makes room to take this one connection
+            // and tell it that the host is full.
+            close(spareFd_);
+            fd = accept4(listenFd_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+            if (fd >= 0) {
+                const std::string answer = AnswerBytes(Busy("the host has no descriptor left for a connection"));
+                [[maybe_unused]] const ssize_t sent = send(fd, answer.data(), answer.size(), MSG_NOSIGNAL);
+                close(fd);
+            }
+            spareFd_ = open("/dev/null", O_RDONLY | O_CLOEXEC);
+        }
+        if (errno != EAGAIN && errno != EWOULDBLOCK) {
+            // Out of descriptors or memory: stop listening for a moment
+            // rather than spin on a socket that stays readable.
+            epoll_ctl(epollFd_, EPOLL_CTL_DEL, listenFd_, nullptr);
+            acceptPausedUntil_ = Clock::now() + kAcceptPause;
+        }
+        return;
     }
 }
 
-void Intake::Examine(int fd, sockaddr_in peer)
+void Intake::Admit(int fd, const sockaddr_in& peer)
 {
+    const in_addr_t address = peer.sin_addr.s_addr;
+    const uint64_t id = ++nextId_;
+    waiting_[fd] = Waiting{id, address, Stage::Head, peer};
+    {
+        std::lock_guard<std::mutex> guard(lock_);
+        perAddress_[address]++;
+    }
+    epoll_event event{kConnectionEvents, {.fd = fd}};
+    epoll_ctl(epollFd_, EPOLL_CTL_ADD, fd, &event);
+    if (waiting_.size() > limits_.waiting) {
+        log_->Note(AddressText(address) + " -> 503 (" + std::to_string(limits_.waiting) + " connections waiting)");
+        Refuse(fd, Busy("the host holds as many connections as it takes; try again"));
+        return;
+    }
+    if (AddressFull(address)) {
+        log_->Note(AddressText(address) + " -> 503 (" + std::to_string(limits_.perAddress) +
+                   " connections from this address)");
+        Refuse(fd, Busy("the host holds as many connections from this address as it takes; try again"));
+        return;
+    }
+    heads_.push_back(Deadline{Clock::now() + kHeadWait, fd, id});
+}
+
+bool Intake::AddressFull(in_addr_t address)
+{
+    std::lock_guard<std::mutex> guard(lock_);
+    return limits_.perAddress != 0 && perAddress_[address] > limits_.perAddress;
+}
+
+void Intake::Examine(int fd, uint32_t events)
+{
+    Waiting& w = waiting_.at(fd);
+    if (w.stage == Stage::Draining) {
+        Drain(fd);
+        return;
+    }
+    // Only looked at: the library reads the head itself once it is whole.
     std::string bytes(kHeadLimit + 1, '\0');
-    const Clock::time_point deadline = Clock::now() + kHeadWait;
-    bool handOver = true;
-    while (!stopping_) {
-        pollfd p{fd, POLLIN, 0};
-        if (poll(&p, 1, 100) == 0) {
-            if (Clock::now() > deadline) {
-                break;
-            }
+    const ssize_t n = recv(fd, bytes.data(), bytes.size(), MSG_PEEK | MSG_DONTWAIT);
+    if (n == 0 || (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK)) {
+        Close(fd);  // gone before a whole request head
+        return;
+    }
+    const std::string_view seen(bytes.data(), n > 0 ? static_cast<size_t>(n) : 0);
+    bool whole = false;
+    if (const std::optional<HeadRefusal> refusal = CheckHead(seen, *names_, whole)) {
+        log_->Note(FirstLine(seen) + " -> " + std::to_string(refusal->status) + " (refused by the host)");
+        Refuse(fd, ErrorReply(refusal->status, refusal->message));
+    } else if (whole) {
+        HandOver(fd);
+    } else if ((events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0) {
+        Close(fd);  // the client has stopped sending: the head cannot become whole
+    }
+}
+
+void Intake::HandOver(int fd)
+{
+    const Waiting w = waiting_.at(fd);
+    bool room = false;
+    {
+        std::lock_guard<std::mutex> guard(lock_);
+        room = served_ < limits_.served;
+        served_ += room ? 1 : 0;
+    }
+    if (!room) {
+        log_->Note(AddressText(w.address) + " -> 503 (" + std::to_string(limits_.served) + " connections served)");
+        Refuse(fd, Busy("the host serves as many connections as it takes; try again"));
+        return;
+    }
+    // Its place in perAddress_ goes with it, until the library ends it.
+    epoll_ctl(epollFd_, EPOLL_CTL_DEL, fd, nullptr);
+    waiting_.erase(fd);
+    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+    // The library takes the socket over, and closes it even when it fails.
+    if (MHD_add_connection(daemon_, fd, reinterpret_cast<const sockaddr*>(&w.peer), sizeof(w.peer)) != MHD_YES) {
+        log_->Note(AddressText(w.address) + " -> closed (the library could not take the connection: " +
+                   std::strerror(errno) + ")");
+        Release(w.address, true);
+    }
+}
+
+void Intake::Refuse(int fd, const HttpReply& reply)
+{
+    Waiting& w = waiting_.at(fd);
+    w.stage = Stage::Draining;
+    // What has come already is read first, so that the answer is not lost to
+    // a reset when the connection closes.
+    char sink[4096];
+    for (ssize_t n; w.drained < kDrainBytes && (n = recv(fd, sink, sizeof(sink), MSG_DONTWAIT)) > 0;) {
+        w.drained += static_cast<size_t>(n);
+    }
+    const std::string answer = AnswerBytes(reply);
+    // A socket's send buffer takes the whole answer; what does not fit is not waited for.
+    [[maybe_unused]] const ssize_t sent = send(fd, answer.data(), answer.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    shutdown(fd, SHUT_WR);
+    if (waiting_.size() > limits_.waiting) {
+        Close(fd);  // over the bound: no moment to read the rest
+        return;
+    }
+    drains_.push_back(Deadline{Clock::now() + kDrainWait, fd, w.id});
+}
+
+void Intake::Drain(int fd)
+{
+    Waiting& w = waiting_.at(fd);
+    char sink[4096];
+    for (;;) {
+        const ssize_t n = recv(fd, sink, sizeof(sink), MSG_DONTWAIT);
+        if (n > 0 && (w.drained += static_cast<size_t>(n)) < kDrainBytes) {
             continue;
         }
-        const ssize_t n = recv(fd, bytes.data(), bytes.size(), MSG_PEEK);
-        if (n <= 0) {
-            handOver = false;  // gone before a whole request head
-            break;
+        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            return;
         }
-        const std::string seen = bytes.substr(0, static_cast<size_t>(n));
-        bool whole = false;
-        if (const std::optional<HeadRefusal> refusal = CheckHead(seen, whole)) {
-            const size_t start = seen.find_first_not_of("\r\n");
-            const std::string line =
-                seen.substr(start, std::min(seen.find_first_of("\r\n", start), start + 120) - start);
-            log_->Note(line + " -> " + std::to_string(refusal->status) + " (refused by the host)");
-            Refuse(fd, *refusal);
-            handOver = false;
-            fd = -1;
-            break;
-        }
-        if (whole || Clock::now() > deadline) {
-            break;
-        }
-        // The rest of the head is still to come.
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        Close(fd);
+        return;
     }
-    if (fd >= 0 && handOver && !stopping_) {
-        // The library takes the socket over, and closes it even when it fails.
-        MHD_add_connection(daemon_, fd, reinterpret_cast<const sockaddr*>(&peer), sizeof(peer));
-    } else if (fd >= 0) {
-        close(fd);
+}
+
+void Intake::Close(int fd)
+{
+    const auto it = waiting_.find(fd);
+    if (it == waiting_.end()) {
+        return;
     }
+    Release(it->second.address, false);
+    waiting_.erase(it);
+    epoll_ctl(epollFd_, EPOLL_CTL_DEL, fd, nullptr);
+    close(fd);
+}
+
+void Intake::Release(in_addr_t address, bool served)
+{
     std::lock_guard<std::mutex> guard(lock_);
-    examining_--;
-    idle_.notify_all();
+    if (served) {
+        served_--;
+    }
+    if (const auto it = perAddress_.find(address); it != perAddress_.end() && --it->second == 0) {
+        perAddress_.erase(it);
+    }
+}
+
+void Intake::Expire()
+{
+    const Clock::time_point now = Clock::now();
+    for (std::deque<Deadline>* queue : {&heads_, &drains_}) {
+        const Stage stage = queue == &heads_ ? Stage::Head : Stage::Draining;
+        while (!queue->empty()) {
+            const Deadline d = queue->front();
+            const auto it = waiting_.find(d.fd);
+            // An entry whose connection was closed, handed over or refused
+            // before its time is dropped as it comes up.
+            const bool current = it != waiting_.end() && it->second.id == d.id && it->second.stage == stage;
+            if (current && d.at > now) {
+                break;
+            }
+            queue->pop_front();
+            if (current) {
+                Close(d.fd);  // a head not whole in its time; a refusal read long enough
+            }
+        }
+    }
 }
 
 void Intake::Stop()
 {
     stopping_ = true;
-    if (acceptor_.joinable()) {
-        const char byte = 0;
-        [[maybe_unused]] const ssize_t n = write(wake_[1], &byte, 1);
-        acceptor_.join();
+    if (loop_.joinable()) {
+        const uint64_t one = 1;
+        [[maybe_unused]] const ssize_t n = write(wakeFd_, &one, sizeof(one));
+        loop_.join();
     }
-    {
-        std::unique_lock<std::mutex> guard(lock_);
-        idle_.wait(guard, [this] { return examining_ == 0; });
+    while (!waiting_.empty()) {
+        Close(waiting_.begin()->first);
     }
-    for (int* fd : {&listenFd_, &wake_[0], &wake_[1]}) {
+    for (int* fd : {&listenFd_, &epollFd_, &wakeFd_, &spareFd_}) {
         if (*fd >= 0) {
             close(*fd);
             *fd = -1;
         }
+    }
+}
+
+// What the intake keeps of a connection the library serves.
+struct Intake::Served {
+    std::atomic<bool> begun{false};  // the library has read a request of it
+};
+
+void Intake::Notify(void* self, MHD_Connection* connection, void** context, MHD_ConnectionNotificationCode code)
+{
+    if (code == MHD_CONNECTION_NOTIFY_STARTED) {
+        *context = new Served;
+        return;
+    }
+    std::unique_ptr<Served> served(static_cast<Served*>(*context));
+    *context = nullptr;
+    const MHD_ConnectionInfo* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
+    const auto* peer = info != nullptr ? reinterpret_cast<const sockaddr_in*>(info->client_addr) : nullptr;
+    auto* intake = static_cast<Intake*>(self);
+    intake->Release(peer != nullptr ? peer->sin_addr.s_addr : 0, true);
+    // Every connection comes with a whole request head: one that ends before
+    // the library has read it is one the library could not serve (no thread
+    // could start). Its socket is still open here, and is told so.
+    if (served != nullptr && !served->begun) {
+        if (const MHD_ConnectionInfo* fd = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD)) {
+            const std::string answer = AnswerBytes(Busy("the host cannot start a thread for another connection"));
+            [[maybe_unused]] const ssize_t sent =
+                send(fd->connect_fd, answer.data(), answer.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        }
+        intake->log_->Note((peer != nullptr ? AddressText(peer->sin_addr.s_addr) : std::string("a client")) +
+                           " -> 503 (no thread for its connection)");
+    }
+}
+
+void Intake::Begun(MHD_Connection* connection)
+{
+    const MHD_ConnectionInfo* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_SOCKET_CONTEXT);
+    if (info != nullptr && info->socket_context != nullptr) {
+        static_cast<Served*>(info->socket_context)->begun = true;
     }
 }
 

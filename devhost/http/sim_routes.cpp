@@ -1,6 +1,9 @@
 // The inspection and fault routes under "/_sim/": each is a request over the
 // link of the simulator that owns the state, or of both.
 #include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
 #include <sstream>
 
 #include "http_front.h"
@@ -11,6 +14,10 @@ namespace {
 
 // Command numbers from here on belong to the control process.
 constexpr long long kFirstControlCommand = 1000;
+// The largest command number and channel the simulators keep: a command is a
+// signed 32-bit number on both links, a channel an unsigned one.
+constexpr unsigned long long kCommandMax = INT32_MAX;
+constexpr unsigned long long kChannelMax = UINT32_MAX;
 
 std::vector<std::string> Split(const std::string& path)
 {
@@ -23,12 +30,16 @@ std::vector<std::string> Split(const std::string& path)
     return parts;
 }
 
-std::optional<long long> Number(const std::string& text)
+// A decimal number from 0 to `max`; nullopt for anything else, however many
+// digits it has.
+std::optional<unsigned long long> Number(const std::string& text, unsigned long long max)
 {
-    if (text.empty() || text.size() > 10 || !std::all_of(text.begin(), text.end(), ::isdigit)) {
+    if (text.empty() || text.size() > 20 || !std::all_of(text.begin(), text.end(), ::isdigit)) {
         return std::nullopt;
     }
-    return std::stoll(text);
+    errno = 0;
+    const unsigned long long n = std::strtoull(text.c_str(), nullptr, 10);
+    return errno == 0 && n <= max ? std::optional(n) : std::nullopt;
 }
 
 Json Request(const char* op)
@@ -48,13 +59,13 @@ HttpReply Relay(LinkClient& link, json_object* request, unsigned failStatus)
     return JsonReply(200, reply.get());
 }
 
-HttpReply Block(LinkClient& link, const std::string& method, long long command, std::optional<long long> channel,
-                const std::string& body)
+HttpReply Block(LinkClient& link, const std::string& method, unsigned long long command,
+                std::optional<unsigned long long> channel, const std::string& body)
 {
     Json request = Request(method == "GET" ? "get" : "put");
-    json_object_object_add(request.get(), "command", json_object_new_int64(command));
+    json_object_object_add(request.get(), "command", json_object_new_int64(static_cast<int64_t>(command)));
     if (channel) {
-        json_object_object_add(request.get(), "channel", json_object_new_int64(*channel));
+        json_object_object_add(request.get(), "channel", json_object_new_int64(static_cast<int64_t>(*channel)));
     }
     if (method == "PUT") {
         Json given = JsonParse(body);
@@ -63,7 +74,7 @@ HttpReply Block(LinkClient& link, const std::string& method, long long command, 
             return ErrorReply(400, "the body must be a JSON object with the member \"hex\"");
         }
         const std::optional<long long> named = JsonInt(given.get(), "command");
-        if (named && *named != command) {
+        if (named && (*named < 0 || static_cast<unsigned long long>(*named) != command)) {
             return ErrorReply(400, "\"command\" differs from the path");
         }
         json_object_object_add(request.get(), "hex", json_object_new_string(hex->c_str()));
@@ -79,11 +90,7 @@ std::optional<unsigned long long> SinceOf(const std::string& query)
     std::string pair;
     while (std::getline(in, pair, '&')) {
         if (pair.rfind("since=", 0) == 0) {
-            const std::string text = pair.substr(6);
-            if (text.empty() || text.size() > 18 || !std::all_of(text.begin(), text.end(), ::isdigit)) {
-                return std::nullopt;
-            }
-            return std::stoull(text);
+            return Number(pair.substr(6), INT64_MAX);
         }
     }
     return 0;
@@ -196,17 +203,18 @@ HttpReply HandleSimRoute(HostParts& parts, const std::string& method, const std:
         return reply;
     };
     if (p.size() == 3 && p[0] == "isp") {
-        const std::optional<long long> command = Number(p[1]);
-        const std::optional<long long> channel = Number(p[2]);
+        const std::optional<unsigned long long> command = Number(p[1], kCommandMax);
+        const std::optional<unsigned long long> channel = Number(p[2], kChannelMax);
         if (!command || !channel) {
-            return ErrorReply(404, "use /_sim/isp/<command>/<channel> with decimal numbers");
+            return ErrorReply(404, "use /_sim/isp/<command>/<channel> with decimal numbers up to " +
+                                       std::to_string(kCommandMax) + " and " + std::to_string(kChannelMax));
         }
         return get || put ? Block(*parts.isp, method, *command, channel, body) : wrongMethod("GET, PUT");
     }
     if (p.size() == 2 && p[0] == "control") {
-        const std::optional<long long> code = Number(p[1]);
+        const std::optional<unsigned long long> code = Number(p[1], kCommandMax);
         if (!code) {
-            return ErrorReply(404, "use /_sim/control/<code> with a decimal number");
+            return ErrorReply(404, "use /_sim/control/<code> with a decimal number up to " + std::to_string(kCommandMax));
         }
         return get || put ? Block(*parts.control, method, *code, std::nullopt, body) : wrongMethod("GET, PUT");
     }

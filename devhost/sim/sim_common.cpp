@@ -35,7 +35,12 @@ std::optional<long long> JsonInt(json_object* o, const char* key)
     if (v == nullptr || !json_object_is_type(v, json_type_int)) {
         return std::nullopt;
     }
-    return json_object_get_int64(v);
+    // Past INT64_MAX the number is held unsigned and would read as INT64_MAX.
+    const int64_t n = json_object_get_int64(v);
+    if (n == INT64_MAX && json_object_get_uint64(v) != static_cast<uint64_t>(INT64_MAX)) {
+        return std::nullopt;
+    }
+    return n;
 }
 
 std::optional<std::string> JsonString(json_object* o, const char* key)
@@ -190,14 +195,33 @@ struct FaultName {
     FaultKind kind;
     const char* name;
     const char* valueKey;  // the member carrying the fault's value, if any
+    long long min = 0;     // the value's range: what the field it lands in holds
+    long long max = 0;
 };
 
 constexpr FaultName kFaultNames[] = {
-    {FaultKind::NoAnswer, "noAnswer", nullptr},   {FaultKind::Delay, "delay", "ms"},
-    {FaultKind::Status, "status", "status"},      {FaultKind::ShortContent, "shortContent", "length"},
-    {FaultKind::Result, "result", "result"},      {FaultKind::SendFailure, "sendFailure", nullptr},
+    {FaultKind::NoAnswer, "noAnswer", nullptr},
+    {FaultKind::Delay, "delay", "ms", 0, 600000},
+    {FaultKind::Status, "status", "status", 0, UINT16_MAX},
+    {FaultKind::ShortContent, "shortContent", "length", 0, INT32_MAX},
+    {FaultKind::Result, "result", "result", INT32_MIN, INT32_MAX},
+    {FaultKind::SendFailure, "sendFailure", nullptr},
     {FaultKind::Down, "down", nullptr},
 };
+
+// A member that must be an integer from `min` to `max` when it is there.
+bool InRange(json_object* o, const char* key, long long min, long long max, std::string& error)
+{
+    if (JsonGet(o, key) == nullptr) {
+        return true;
+    }
+    const std::optional<long long> value = JsonInt(o, key);
+    if (value && *value >= min && *value <= max) {
+        return true;
+    }
+    error = std::string("\"") + key + "\" must be an integer from " + std::to_string(min) + " to " + std::to_string(max);
+    return false;
+}
 
 const FaultName& NameOf(FaultKind kind)
 {
@@ -229,6 +253,12 @@ std::optional<Fault> FaultFromJson(json_object* o, std::string& error)
     const std::optional<FaultKind> kind = kindName ? FaultKindByName(*kindName) : std::nullopt;
     if (!kind) {
         error = "\"kind\" must be one of noAnswer, delay, status, shortContent, result, sendFailure, down";
+        return std::nullopt;
+    }
+    const FaultName& name = NameOf(*kind);
+    if (!InRange(o, "command", 0, INT32_MAX, error) || !InRange(o, "channel", 0, UINT32_MAX, error) ||
+        !InRange(o, "count", 0, INT64_MAX, error) ||
+        (name.valueKey != nullptr && !InRange(o, name.valueKey, name.min, name.max, error))) {
         return std::nullopt;
     }
     Fault fault;
