@@ -199,7 +199,8 @@ void AddHeaders(json_object* r, std::initializer_list<AnswerHeader> list)
     Put(r, "headers", headers);
 }
 
-json_object* HostErrorResponse(unsigned status, const char* description, const AnswerHeader* with = nullptr)
+// The host's own error shape with its status fixed.
+json_object* HostErrorSchemaFor(unsigned status)
 {
     json_object* statusConst = Object();
     Put(statusConst, "const", Integer(status));
@@ -216,11 +217,31 @@ json_object* HostErrorResponse(unsigned status, const char* description, const A
     json_object_array_add(allOf, exact);
     json_object* schema = Object();
     Put(schema, "allOf", allOf);
-    json_object* r = Response(description, schema);
+    return schema;
+}
+
+json_object* HostErrorResponse(unsigned status, const char* description, const AnswerHeader* with = nullptr)
+{
+    json_object* r = Response(description, HostErrorSchemaFor(status));
     if (with != nullptr) {
         AddHeaders(r, {*with});
     }
     return r;
+}
+
+// A status that both the module (its envelope) and the host (its error
+// shape, before any stage) answer with: `response` widened to either.
+void OrHostRefusal(json_object* response, unsigned status, const std::string& also)
+{
+    json_object* media = json_object_object_get(json_object_object_get(response, "content"), "application/json");
+    json_object* oneOf = json_object_new_array();
+    json_object_array_add(oneOf, json_object_get(json_object_object_get(media, "schema")));
+    json_object_array_add(oneOf, HostErrorSchemaFor(status));
+    json_object* schema = Object();
+    Put(schema, "oneOf", oneOf);
+    Put(media, "schema", schema);
+    Put(response, "description", Text(json_object_get_string(json_object_object_get(response, "description")) +
+                                      std::string("; or, from the host before any stage, ") + also));
 }
 
 // The answer to a GET whose query carries the access token: no content, the
@@ -370,8 +391,9 @@ void AddResources(json_object* paths, json_object* schemas)
     }
 }
 
-// Every operation of a path answers 401, 413 and 414 before anything else, and
-// a GET 303 when its query carries the access token.
+// Every operation of a path answers the host's refusals before anything else
+// (400, 401, 413, 414, 421, 501, 503), an operation that changes something
+// 403, and a GET 303 when its query carries the access token.
 void AddHostLimits(json_object* paths)
 {
     json_object_object_foreach(paths, path, item)
@@ -381,9 +403,10 @@ void AddHostLimits(json_object* paths)
         {
             json_object* responses = nullptr;
             if (json_object_object_get_ex(op, "responses", &responses)) {
-                for (const char* status : {"303", "401", "413", "414"}) {
-                    if ((status[0] != '3' || std::string(method) == "get") &&
-                        !json_object_object_get_ex(responses, status, nullptr)) {
+                const bool get = std::string(method) == "get";
+                for (const char* status : {"303", "400", "401", "403", "413", "414", "421", "501", "503"}) {
+                    const bool applies = std::string(status) == "303" ? get : std::string(status) != "403" || !get;
+                    if (applies && !json_object_object_get_ex(responses, status, nullptr)) {
                         Put(responses, status, Ref(std::string(kResponses) + "Status" + status));
                     }
                 }
@@ -470,6 +493,18 @@ json_object* Build()
     Put(responses, "Status414",
         HostErrorResponse(414, "a request target that does not fit the module's 1024-byte URL field"));
     Put(responses, "Status502", HostErrorResponse(502, "a simulator did not answer"));
+    Put(responses, "Status403",
+        HostErrorResponse(403, "a request that changes something, from a browser page of another origin (its Origin "
+                               "is not http:// and its Host, or its Sec-Fetch-Site is cross-site or same-site)"));
+    Put(responses, "Status421",
+        HostErrorResponse(421, "a Host that does not name this host (the listen address, a loopback name, or a "
+                               "name given with --allow-host)"));
+    Put(responses, "Status501", HostErrorResponse(501, "a Transfer-Encoding other than chunked"));
+    OrHostRefusal(json_object_object_get(responses, "Status400"), 400,
+                  "a malformed request line or header line, a missing or repeated Host, a Content-Length that is not "
+                  "a number or differs from another, or one beside a Transfer-Encoding");
+    OrHostRefusal(json_object_object_get(responses, "Status503"), 503,
+                  "a host holding as many connections as it takes (with Retry-After)");
     AddAll(responses, json_object_object_get(host, "responses"));
     json_object* components = Object();
     Put(components, "schemas", schemas);

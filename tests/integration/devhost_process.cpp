@@ -68,10 +68,13 @@ std::string HttpResult::Header(const std::string& name) const
 HttpResult DevhostProcess::Request(const std::string& method, const std::string& target, const std::string& body,
                                    const std::vector<std::string>& headers) const
 {
-    std::string request = method + " " + target + " HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n";
+    std::string request = method + " " + target + " HTTP/1.1\r\nConnection: close\r\n";
+    bool host = false;
     for (const std::string& header : headers) {
         request += header + "\r\n";
+        host = host || header.rfind("Host: ", 0) == 0 || header.find("\r\nHost: ") != std::string::npos;
     }
+    request += host ? "" : "Host: 127.0.0.1\r\n";
     request += "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
     const HttpResult result = Exchange(request);
     if (result.status != 0) {
@@ -81,7 +84,7 @@ HttpResult DevhostProcess::Request(const std::string& method, const std::string&
     return result;
 }
 
-HttpResult DevhostProcess::Exchange(const std::string& request) const
+HttpResult DevhostProcess::Exchange(const std::string& request, bool last) const
 {
     const sockaddr_in addr{
         .sin_family = AF_INET, .sin_port = htons(port_), .sin_addr = {htonl(INADDR_LOOPBACK)}, .sin_zero = {}};
@@ -97,11 +100,20 @@ HttpResult DevhostProcess::Exchange(const std::string& request) const
         }
     }
     close(fd);
-    const size_t headEnd = answer.find("\r\n\r\n");
-    if (answer.rfind("HTTP/1.1 ", 0) != 0 || headEnd == std::string::npos) {
-        return {};
+    for (;;) {
+        const size_t headEnd = answer.find("\r\n\r\n");
+        if (answer.rfind("HTTP/1.1 ", 0) != 0 || headEnd == std::string::npos) {
+            return {};
+        }
+        HttpResult result{std::atoi(answer.c_str() + 9), answer.substr(headEnd + 4), answer.substr(0, headEnd + 2)};
+        const std::string length = result.Header("Content-Length");
+        const size_t end = headEnd + 4 + (length == "<missing>" ? result.body.size() : std::stoul(length));
+        if (!last || end >= answer.size()) {
+            result.body = answer.substr(headEnd + 4, end - headEnd - 4);
+            return result;
+        }
+        answer.erase(0, end);
     }
-    return {std::atoi(answer.c_str() + 9), answer.substr(headEnd + 4), answer.substr(0, headEnd + 2)};
 }
 
 DevhostProcess::DevhostProcess(std::vector<const char*> argv, const std::function<bool()>& enter)

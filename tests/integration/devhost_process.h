@@ -43,11 +43,13 @@ public:
     pid_t Pid() const { return pid_; }
     unsigned short Port() const { return port_; }
     // One request with "Connection: close", the body's Content-Length and
-    // `headers` (lines without their end).
+    // `headers` (lines without their end), and "Host: 127.0.0.1" unless they
+    // give a Host.
     HttpResult Request(const std::string& method, const std::string& target, const std::string& body = "",
                        const std::vector<std::string>& headers = {}) const;
-    // The request text sent as it is; the answer read until the host closes.
-    HttpResult Exchange(const std::string& request) const;
+    // The request text sent as it is; the answer read until the host closes
+    // (with `last`, the last of the answers, for requests sent together).
+    HttpResult Exchange(const std::string& request, bool last = false) const;
     // SIGTERM, then the exit status.
     int Stop();
 

@@ -154,6 +154,7 @@ struct FailureCase {
     const char* logged = nullptr;  // a text of the module's log
     std::string raw = "";          // sent as it is instead of method, target and body
     bool clearedByReset = false;   // the fault is cleared by POST /_sim/reset, not DELETE /_sim/faults
+    bool lastAnswer = false;       // `raw` holds two requests: the second's answer is the one checked
     friend std::ostream& operator<<(std::ostream& os, const FailureCase& c) { return os << c.name; }
 };
 
@@ -229,6 +230,51 @@ const FailureCase kFailureCases[] = {
      HeadOfSize("GET /api/isp/FakeRatio HTTP/1.1\r\nHost: 127.0.0.1\r\n", 100 * 1024)},
     {"HeadAtTheLimit", "PUT", "", "", 200, "0", nullptr, nullptr, nullptr,
      HeadOfSize(kExposureLockHead, kHeadLimit, R"({"enable": true})")},
+    // A body's framing the host does not take.
+    {"ContentLengthPastAnyInteger", "PUT", "", "", 413, nullptr, nullptr, nullptr, nullptr,
+     "PUT /api/isp/AEExpLock?ChannelId=101 HTTP/1.1\r\nHost: 127.0.0.1\r\n"
+     "Content-Length: 18446744073709551616\r\n\r\n"},
+    {"ContentLengthOnePastTheBodyLimit", "PUT", "", "", 413, nullptr, nullptr, nullptr, nullptr,
+     "PUT /api/isp/AEExpLock?ChannelId=101 HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 65537\r\n\r\n"},
+    {"TwoDifferentContentLengths", "PUT", "", "", 400, nullptr, "/_sim/isp/16/0", nullptr, nullptr,
+     "PUT /api/isp/AEExpLock?ChannelId=101 HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 16\r\n"
+     "Content-Length: 17\r\n\r\n{\"enable\": true} "},
+    {"ContentLengthBesideChunked", "PUT", "", "", 400, nullptr, nullptr, nullptr, nullptr,
+     "PUT /api/isp/AEExpLock?ChannelId=101 HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 5\r\n"
+     "Transfer-Encoding: chunked\r\n\r\n0\r\n\r\n"},
+    {"ChunkedUnderGzip", "PUT", "", "", 501, nullptr, nullptr, nullptr, nullptr,
+     "PUT /api/isp/AEExpLock?ChannelId=101 HTTP/1.1\r\nHost: 127.0.0.1\r\n"
+     "Transfer-Encoding: gzip, chunked\r\n\r\n0\r\n\r\n"},
+    // Requests under a name that is not the host's (DNS rebinding), or from
+    // a page of another origin.
+    {"HostOfAnotherName", "GET", "", "", 421, nullptr, nullptr, nullptr, nullptr,
+     "GET /_sim/journal HTTP/1.1\r\nHost: attacker.example\r\nConnection: close\r\n\r\n"},
+    {"HostOnAnotherPort", "GET", "", "", 421, nullptr, nullptr, nullptr, nullptr,
+     "GET /_sim/journal HTTP/1.1\r\nHost: localhost:1\r\nConnection: close\r\n\r\n"},
+    {"NoHost", "GET", "", "", 400, nullptr, nullptr, nullptr, nullptr,
+     "GET /_sim/journal HTTP/1.1\r\nConnection: close\r\n\r\n"},
+    {"TwoHosts", "GET", "", "", 400, nullptr, nullptr, nullptr, nullptr,
+     "GET /_sim/journal HTTP/1.1\r\nHost: 127.0.0.1\r\nHost: attacker.example\r\nConnection: close\r\n\r\n"},
+    {"PutFromAnotherOrigin", "PUT", "", "", 403, nullptr, "/_sim/control/3229", nullptr, nullptr,
+     "PUT /api/isp/ExtreColor?ChannelId=101 HTTP/1.1\r\nHost: 127.0.0.1\r\nOrigin: http://attacker.test\r\n"
+     "Content-Length: 22\r\nConnection: close\r\n\r\n{\"fusionStrength\": 71}"},
+    {"FaultFromASameSitePage", "POST", "", "", 403, nullptr, nullptr, nullptr, nullptr,
+     "POST /_sim/faults HTTP/1.1\r\nHost: 127.0.0.1\r\nSec-Fetch-Site: same-site\r\nContent-Type: text/plain\r\n"
+     "Content-Length: 15\r\nConnection: close\r\n\r\n{\"kind\":\"down\"}"},
+    {"ResetFromAnOpaqueOrigin", "POST", "", "", 403, nullptr, nullptr, nullptr, nullptr,
+     "POST /_sim/reset HTTP/1.1\r\nHost: 127.0.0.1\r\nOrigin: null\r\nConnection: close\r\n\r\n"},
+    // A later request of a kept-alive connection meets the same rules.
+    {"LaterRequestFromAnotherOrigin", "PUT", "", "", 403, nullptr, "/_sim/control/3229", nullptr, nullptr,
+     "GET /openapi.json HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n"
+     "PUT /api/isp/ExtreColor?ChannelId=101 HTTP/1.1\r\nHost: 127.0.0.1\r\nOrigin: http://127.0.0.1:1\r\n"
+     "Content-Length: 22\r\nConnection: close\r\n\r\n{\"fusionStrength\": 72}", false, true},
+    // Numbers past their field, which the simulators once cut to 32 bits.
+    {"CommandPast32Bits", "GET", "/_sim/isp/4294967324/0", "", 404},
+    {"ChannelPast32Bits", "GET", "/_sim/isp/28/4294967296", "", 404},
+    {"FaultCommandPast32Bits", "POST", "/_sim/faults", R"({"command": 4294967324, "kind": "noAnswer"})", 400},
+    {"FaultChannelPast32Bits", "POST", "/_sim/faults",
+     R"({"command": 25, "channel": 4294967298, "kind": "status", "status": 404})", 400},
+    {"FaultStatusPast16Bits", "POST", "/_sim/faults", R"({"command": 28, "kind": "status", "status": 65536})", 400},
 };
 
 class FailedRequest : public Devhost, public WithParamInterface<FailureCase> {};
@@ -240,7 +286,7 @@ TEST_P(FailedRequest, AnswersAsDueAndLeavesTheDeviceAsItWas)
     if (c.fault != nullptr) {
         ASSERT_EQ(Call("POST", "/_sim/faults", c.fault).status, 201);
     }
-    const HttpResult r = c.raw.empty() ? Call(c.method, c.target, c.body) : host_->Exchange(c.raw);
+    const HttpResult r = c.raw.empty() ? Call(c.method, c.target, c.body) : host_->Exchange(c.raw, c.lastAnswer);
     EXPECT_EQ(r.status, c.status) << r.body;
     if (c.code != nullptr) {
         EXPECT_EQ(JsonAt(r.body, "/ResponseStatus/StatusCode"), c.code) << r.body;
@@ -368,6 +414,7 @@ TEST_P(WatchedRecord, KeepsItsBoundAndAnswersWhatCameAfterANumber)
     EXPECT_EQ(SeqsAfter(first), Numbers(std::max(std::stoul(first), total - std::min(total, c.keep)) + 1, total));
     EXPECT_EQ(SeqsAfter(std::to_string(total - 2)), Numbers(total - 1, total));
     EXPECT_THAT(SeqsAfter(std::to_string(total)), IsEmpty());
+    EXPECT_THAT(SeqsAfter("9223372036854775807"), IsEmpty());  // every number up to 2^63-1
 
     // Every process still runs and serves.
     const std::string pid = std::to_string(host_->Pid());
@@ -376,7 +423,7 @@ TEST_P(WatchedRecord, KeepsItsBoundAndAnswersWhatCameAfterANumber)
     EXPECT_EQ(simulators.size(), 2u);
     EXPECT_EQ(Call("GET", c.target).status, 200);
 
-    for (const char* since : {"-1", "x", "", "99999999999999999999"}) {
+    for (const char* since : {"-1", "x", "", "9223372036854775808", "99999999999999999999"}) {
         const HttpResult bad = Call("GET", std::string(c.route) + "?since=" + since);
         EXPECT_EQ(bad.status, 400) << since;
         EXPECT_EQ(JsonAt(bad.body, "/error/status"), "400") << since;
@@ -425,7 +472,7 @@ struct AccessCase {
     std::vector<const char*> args;  // after "--listen 0.0.0.0:0"
     const char* method;
     std::string target;  // "{token}" stands for the host's token, "{port}" for its port, here and below
-    std::string credential;  // a header line; empty: none
+    std::string credential;  // header lines; empty: none
     int status;
     const char* banner = "/?token=";  // what the banner says
     friend std::ostream& operator<<(std::ostream& os, const AccessCase& c) { return os << c.name; }
@@ -455,6 +502,17 @@ const AccessCase kAccessCases[] = {
      "Authorization: Bearer " + kGivenToken + "9", 401},
     {"GivenTokenOnLoopback", {"--listen", "127.0.0.1:0", "--token", kGivenToken.c_str()}, "PUT", kPutTarget, "", 401},
     {"NoTokenOption", {"--no-token"}, "PUT", kPutTarget, "", 200, "warning: --no-token: open to the network"},
+    // A page on another port of the same name carries the cookie too.
+    {"CookieFromAPageOnAnotherPort", {}, "PUT", kPutTarget,
+     "Cookie: ispiaas-token-{port}={token}\r\nOrigin: http://127.0.0.1:1", 403},
+    {"CookieFromTheHostsOwnPage", {}, "PUT", kPutTarget,
+     "Cookie: ispiaas-token-{port}={token}\r\nOrigin: http://camera.lab:{port}\r\nHost: camera.lab:{port}", 421},
+    {"AllowedName", {"--allow-host", "camera.lab"}, "PUT", kPutTarget,
+     "Cookie: ispiaas-token-{port}={token}\r\nOrigin: http://Camera.Lab:{port}\r\nHost: Camera.Lab:{port}", 200},
+    {"AllowedNameOnAForwardedPort", {"--allow-host", "camera.lab:8443"}, "PUT", kPutTarget,
+     "Authorization: Bearer {token}\r\nHost: camera.lab:8443", 200},
+    {"AllowedNameOnAnotherPort", {"--allow-host", "camera.lab:8443"}, "PUT", kPutTarget,
+     "Authorization: Bearer {token}\r\nHost: camera.lab:8444", 421},
 };
 
 std::string WithHost(std::string text, const std::string& token, unsigned short port)
@@ -498,8 +556,8 @@ TEST_P(Access, TakesRequestsWithTheHostsTokenOnly)
     const HttpResult r = host_->Request(c.method, WithHost(c.target, token_, host_->Port()), body,
                                         credential.empty() ? std::vector<std::string>{} : std::vector{credential});
     EXPECT_EQ(r.status, c.status) << r.body;
+    EXPECT_EQ(JsonAt(r.body, "/error/status"), c.status < 400 ? "<missing>" : std::to_string(c.status)) << r.body;
     if (c.status == 401) {
-        EXPECT_EQ(JsonAt(r.body, "/error/status"), "401") << r.body;
         EXPECT_EQ(r.Header("WWW-Authenticate"), "Bearer");
     }
     const bool reached = c.status == 200 || c.status == 201;
@@ -512,7 +570,8 @@ TEST_P(Access, TakesRequestsWithTheHostsTokenOnly)
 INSTANTIATE_TEST_SUITE_P(BeyondLoopback, Access, ValuesIn(kAccessCases), kCaseName);
 
 // A browser opens the banner's URL: the answer sets the cookie and sends it on
-// without the token, which the log never prints.
+// to a path of this host without the token, which the log never prints, nor
+// any control byte a client sent.
 TEST_F(Access, BannerUrlSetsTheCookieThatLaterRequestsCarry)
 {
     const std::string log = "/tmp/ispiaas-access-log-" + std::to_string(getpid());
@@ -526,6 +585,12 @@ TEST_F(Access, BannerUrlSetsTheCookieThatLaterRequestsCarry)
     EXPECT_EQ(first.Header("Set-Cookie"), cookie + "; HttpOnly; SameSite=Strict; Path=/");
     EXPECT_THAT(Journal(), IsEmpty());
     EXPECT_EQ(Call("GET", "/?token=" + token_).Header("Location"), "/");
+    EXPECT_EQ(Call("GET", "//other.example/x?token=" + token_).Header("Location"), "/other.example/x");
+    EXPECT_EQ(Call("GET", "/\\other.example/x?token=" + token_).Header("Location"), "/other.example/x");
+    EXPECT_EQ(host_->Exchange("GET /?token=" + token_ + " HTTP/1.2\r\nHost: 127.0.0.1\r\n\r\n").status, 505);
+    EXPECT_EQ(host_->Exchange("GET /x?token=" + token_ + " HTTP/1.1\r\nHost: 127.0.0.1\r\nBad\r\n\r\n").status, 400);
+    const std::string retitle = "/api/isp/\x1b]0;pwned\x07\x1b[2J\xc2\x9b" "2J";
+    EXPECT_EQ(host_->Exchange("GET " + retitle + " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n").status, 401);
 
     credentials_ = {"Cookie: " + cookie};
     EXPECT_EQ(Call("GET", first.Header("Location")).status, 200);
@@ -535,6 +600,10 @@ TEST_F(Access, BannerUrlSetsTheCookieThatLaterRequestsCarry)
     unlink(log.c_str());
     EXPECT_THAT(printed, HasSubstr("host  GET /api/isp/Capability?ChannelId=101&token=*** -> 303"));
     EXPECT_THAT(printed, Not(HasSubstr(token_)));
+    EXPECT_THAT(printed, HasSubstr("GET /api/isp/\\x1b]0;pwned\\x07\\x1b[2J\\xc2\\x9b2J -> 401"));
+    for (const char control : {'\x1b', '\x07', '\r'}) {
+        EXPECT_EQ(printed.find(control), std::string::npos) << int{control};
+    }
 }
 
 // ---- start and stop --------------------------------------------------------
