@@ -175,6 +175,9 @@ void Intake::AcceptAll()
                 close(fd);
             }
             spareFd_ = open("/dev/null", O_RDONLY | O_CLOEXEC);
+            if (fd >= 0 && spareFd_ >= 0) {
+                continue;
+            }
         }
         if (errno != EAGAIN && errno != EWOULDBLOCK) {
             // Out of descriptors or memory: stop listening for a moment
