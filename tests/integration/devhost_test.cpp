@@ -2,10 +2,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -661,6 +663,30 @@ TEST_P(Place, ServesKeepsItsMountsPrivateAndLeavesNothingBehind)
 }
 
 INSTANTIATE_TEST_SUITE_P(StartAndStop, Place, ValuesIn(kPlaces), kCaseName);
+
+// Only the console directory's regular files are served: a link could lead
+// anywhere, and a FIFO would hold the request (and the host's stop).
+TEST_F(Devhost, ConsoleServesItsRegularFilesOnly)
+{
+    const std::string dir = ISPIAAS_CONSOLE_DIR "/";
+    const std::string tag = std::to_string(getpid());
+    const std::string link = "zz-link-" + tag + ".js", fifo = "zz-fifo-" + tag + ".js", sub = "zz-dir-" + tag + ".js";
+    const std::shared_ptr<void> removed(nullptr, [&](void*) {
+        unlink((dir + link).c_str());
+        unlink((dir + fifo).c_str());
+        rmdir((dir + sub).c_str());
+    });
+    ASSERT_EQ(symlink("/etc/passwd", (dir + link).c_str()), 0) << std::strerror(errno);
+    ASSERT_EQ(mkfifo((dir + fifo).c_str(), 0600), 0) << std::strerror(errno);
+    ASSERT_EQ(mkdir((dir + sub).c_str(), 0700), 0) << std::strerror(errno);
+    for (const std::string& name : {link, fifo, sub}) {
+        const HttpResult r = Call("GET", "/console/" + name);
+        EXPECT_EQ(r.status, 404) << name;
+        EXPECT_EQ(JsonAt(r.body, "/error/status"), "404") << name;
+    }
+    EXPECT_EQ(Call("GET", "/console/api.js").status, 200);
+    EXPECT_EQ(host_->Stop(), 0);
+}
 
 TEST_F(Devhost, ProfileFileReplacesTheDefaultsItNames)
 {
