@@ -34,12 +34,16 @@ constexpr const char* kRetryAfterSeconds = "1";
 
 constexpr uint32_t kConnectionEvents = EPOLLIN | EPOLLRDHUP | EPOLLET;
 
-// The first line of what a connection sent, for the log: at most 120 bytes.
+// The first line of what a connection sent, for the log: at most 120 bytes,
+// without its version, as the front logs the requests it refuses.
 std::string FirstLine(std::string_view seen)
 {
     const size_t start = std::min(seen.find_first_not_of("\r\n"), seen.size());
-    const size_t end = std::min({seen.find_first_of("\r\n", start), start + 120, seen.size()});
-    return std::string(seen.substr(start, end - start));
+    std::string_view line = seen.substr(start, std::min(seen.find_first_of("\r\n", start), seen.size()) - start);
+    if (const size_t version = line.rfind(" HTTP/"); version != std::string_view::npos && version > 0) {
+        line = line.substr(0, version);
+    }
+    return std::string(line.substr(0, 120));
 }
 
 // Over a bound: 503, and when to try again.

@@ -42,13 +42,15 @@ NO_FUSE = 77
 class Host:
     """The development host, started here or already running at `url`."""
 
-    def __init__(self, build, out, url=None):
+    def __init__(self, build, out, url=None, extra=()):
         self.process = None
+        self.headers = {}  # sent with every call()
         if url:
             self.url = url.rstrip("/")
             return
         binary = os.path.join(build, "devhost", "ispiaas-devhost")
-        self.process = subprocess.Popen([binary, "--listen", "127.0.0.1:0", "--log", os.path.join(out, "host.log")],
+        self.log = os.path.join(out, "host.log")
+        self.process = subprocess.Popen([binary, "--listen", "127.0.0.1:0", "--log", self.log, *extra],
                                         stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
         banner = self.process.stdout.readline()
         match = re.search(r"serving (http://[0-9.:]+)/", banner)
@@ -61,7 +63,7 @@ class Host:
 
     def call(self, method, path, body=None):
         data = None if body is None else (body if isinstance(body, str) else json.dumps(body)).encode()
-        request = urllib.request.Request(self.url + path, data=data, method=method)
+        request = urllib.request.Request(self.url + path, data=data, method=method, headers=self.headers)
         try:
             with urllib.request.urlopen(request, timeout=WAIT_S) as response:
                 return response.status, json.loads(response.read() or b"null")
@@ -157,15 +159,15 @@ class LoopbackService(Service):
 
 
 class Console:
-    def __init__(self, host, out):
+    def __init__(self, host, out, extra_args=()):
         # Chromium is started here and chromedriver attached to it at
         # 127.0.0.1: left to itself, chromedriver reaches the browser it starts
         # by the name "localhost" (see LoopbackService).
         self.profile = tempfile.mkdtemp(prefix="console-chromium-")
         port = utils.free_port()
         self.browser = subprocess.Popen(
-            [CHROMIUM, *CHROMIUM_ARGS, f"--user-data-dir={self.profile}", f"--remote-debugging-port={port}",
-             "--remote-debugging-address=127.0.0.1", "about:blank"],
+            [CHROMIUM, *CHROMIUM_ARGS, *extra_args, f"--user-data-dir={self.profile}",
+             f"--remote-debugging-port={port}", "--remote-debugging-address=127.0.0.1", "about:blank"],
             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         deadline = time.monotonic() + WAIT_S
         while not utils.is_connectable(port, host="127.0.0.1"):
