@@ -190,13 +190,19 @@ struct FaultName {
     FaultKind kind;
     const char* name;
     const char* valueKey;  // the member carrying the fault's value, if any
+    const char* about;
 };
 
 constexpr FaultName kFaultNames[] = {
-    {FaultKind::NoAnswer, "noAnswer", nullptr},   {FaultKind::Delay, "delay", "ms"},
-    {FaultKind::Status, "status", "status"},      {FaultKind::ShortContent, "shortContent", "length"},
-    {FaultKind::Result, "result", "result"},      {FaultKind::SendFailure, "sendFailure", nullptr},
-    {FaultKind::Down, "down", nullptr},
+    {FaultKind::NoAnswer, "noAnswer", nullptr,
+     "no reply: the exchange is held until the faults are cleared, or until the module's time-out"},
+    {FaultKind::Delay, "delay", "ms", "the reply comes this many milliseconds later"},
+    {FaultKind::Status, "status", "status", "the reply carries this status code and changes nothing"},
+    {FaultKind::ShortContent, "shortContent", "length",
+     "the reply's content is cut to this many bytes (without it: to half)"},
+    {FaultKind::Result, "result", "result", "the reply carries this Result and changes nothing"},
+    {FaultKind::SendFailure, "sendFailure", nullptr, "the request cannot be sent: the module's write fails"},
+    {FaultKind::Down, "down", nullptr, "the socket is gone until the faults are cleared"},
 };
 
 const FaultName& NameOf(FaultKind kind)
@@ -222,6 +228,10 @@ std::optional<FaultKind> FaultKindByName(const std::string& name)
 }
 
 const char* FaultKindName(FaultKind kind) { return NameOf(kind).name; }
+
+const char* FaultValueKey(FaultKind kind) { return NameOf(kind).valueKey; }
+
+const char* FaultKindAbout(FaultKind kind) { return NameOf(kind).about; }
 
 std::optional<Fault> FaultFromJson(json_object* o, std::string& error)
 {
@@ -473,7 +483,7 @@ Json JsonOk()
 }
 
 Json HandleCoreRequest(SimCore& core, const std::string& op, json_object* request,
-                       std::initializer_list<FaultKind> supported)
+                       std::span<const FaultKind> supported)
 {
     if (op == "ping") {
         return JsonOk();
