@@ -343,6 +343,12 @@ class Checks:
         assert len(changed) == 1 and new_words[changed[0]] == new, f"words changed: {changed}"
         assert field.get_attribute("value") == str(new), "the form does not show the value read again"
         self.log_panel_shows_the_entry("PUT " + self.thermal["path"], mark)
+        # The page as the README shows it: the form from its top, the PUT's
+        # write in sight in the live list.
+        write = next(e for e in c.card("PUT " + self.thermal["path"]).find_elements(By.CSS_SELECTOR, "li.exchange")
+                     if " write" in e.text)
+        c.driver.execute_script("scrollTo(0, 0);"
+                                "arguments[0].closest('.live-scroll').scrollTop = arguments[0].offsetTop - 40", write)
         c.screenshot("console-1280x800.png")
 
     def log_panel_shows_the_entry(self, request, mark):
