@@ -22,6 +22,7 @@
 #include "ability.h"
 #include "access.h"
 #include "api_document.h"
+#include "browser_urls.h"
 #include "console_files.h"
 #include "control_sim.h"
 #include "http_front.h"
@@ -255,13 +256,19 @@ void PrintBanner(const Options& o, uint16_t port, const AccessGate& gate)
     const std::string& token = gate.Token();
     const std::string query = token.empty() ? "" : "?token=" + token;
     const std::string curl = token.empty() ? "curl" : "curl -H 'Authorization: Bearer " + token + "'";
-    std::printf("ispiaas-devhost: serving http://%s:%u/%s (module %s, profile %s)\n", o.address.c_str(), port,
-                query.c_str(), o.module.c_str(), o.profile.empty() ? "embedded default" : o.profile.c_str());
+    // URLs a browser can open: never the wildcard address itself.
+    const std::vector<std::string> hosts = BrowserHosts(o.address);
+    const char* first = hosts.front().c_str();
+    std::printf("ispiaas-devhost: serving http://%s:%u/%s (module %s, profile %s)\n", first, port, query.c_str(),
+                o.module.c_str(), o.profile.empty() ? "embedded default" : o.profile.c_str());
+    for (size_t i = 1; i < hosts.size(); i++) {
+        std::printf("  also at http://%s:%u/%s\n", hosts[i].c_str(), port, query.c_str());
+    }
     if (!token.empty()) {
         std::printf("  every request needs the access token: open the URL above, or send it as a bearer token\n");
     }
-    std::printf("  try: %s 'http://%s:%u/api/isp/Thermal?ChannelId=102'\n", curl.c_str(), o.address.c_str(), port);
-    std::printf("       %s 'http://%s:%u/_sim/journal'\n", curl.c_str(), o.address.c_str(), port);
+    std::printf("  try: %s 'http://%s:%u/api/isp/Thermal?ChannelId=102'\n", curl.c_str(), first, port);
+    std::printf("       %s 'http://%s:%u/_sim/journal'\n", curl.c_str(), first, port);
     std::printf("  stop with Ctrl-C\n");
     std::fflush(stdout);
 }

@@ -461,6 +461,7 @@ json_object* Build()
     AddResources(paths, schemas);
     json_object* host = HostPaths();
     AddAll(paths, json_object_object_get(host, "paths"));
+    AddDeviceTables(paths);
     AddHostLimits(paths);
     Put(doc, "paths", paths);
 

@@ -23,6 +23,12 @@ enum class ChannelRule {
     ThermalOnly,  // the thermal channel alone
 };
 
+// A command that a resource's stages send to one of the device's services.
+struct DeviceCommand {
+    const char* service;  // "isp": the ISP service; "control": the control process
+    long long command;
+};
+
 // Everything the document says of one resource beyond its stages
 // (devhost/stage_table.h) and its record's member table.
 struct ResourceContract {
@@ -34,6 +40,9 @@ struct ResourceContract {
     ChannelRule channel;
     bool channelSelects;  // the device's channel is ChannelId - 101; otherwise ChannelId is only checked
     const char* device;   // where the device keeps what the resource reads or writes, for the example ChannelId
+    // Every command its stages send, in the order they send them: the targets
+    // of the faults that hit this resource (the document's fault table).
+    std::vector<DeviceCommand> commands;
     MemberRules rules;
     const char* getNote = nullptr;
     const char* putNote = nullptr;
@@ -44,6 +53,11 @@ const std::vector<ResourceContract>& ResourceContracts();
 
 // The routes of the simulators and the host ("paths" and "schemas"), as data.
 json_object* HostPaths();
+
+// Adds to the simulators' routes in `paths` what the host's own tables say:
+// the fault table (which kinds each service plays, which commands the
+// resources send it) and the layouts of the blocks and payloads.
+void AddDeviceTables(json_object* paths);
 
 // The whole document, built once; and as the text the host serves
 // (JSON_C_TO_STRING_PRETTY, a final newline).

@@ -111,6 +111,13 @@ constexpr const char kHostPaths[] = R"json({
         "x-confirm": true
       }
     },
+    "/_sim/access": {
+      "get": {
+        "operationId": "getSimAccess", "tags": ["Simulated device"], "summary": "How this host admits requests",
+        "responses": {"200": {"description": "the host's access mode",
+                              "content": {"application/json": {"schema": {"$ref": "#/components/schemas/SimAccess"}}}}}
+      }
+    },
     "/_sim/constant": {
       "get": {
         "operationId": "getSimConstant", "tags": ["Simulated device"],
@@ -213,6 +220,15 @@ constexpr const char kHostPaths[] = R"json({
         "count": {"type": "integer", "minimum": 0, "description": "how many exchanges it hits"}
       },
       "required": ["kind"]
+    },
+    "SimAccess": {
+      "type": "object",
+      "properties": {
+        "mode": {"enum": ["loopback", "token", "open"],
+                 "description": "loopback: every request is served (a loopback address without --token); token: every request needs the host's access token (beyond loopback, or --token); open: --no-token beyond loopback, anyone who reaches the host may use it"}
+      },
+      "required": ["mode"],
+      "additionalProperties": false
     },
     "SimFaults": {
       "type": "object",

@@ -3,7 +3,9 @@
 // enforce beyond the member table. The generator (api_document.cpp) reads
 // nothing else of a resource.
 #include "api_document.h"
+#include "kxapi_common.h"
 #include "qtnapi_isp_focus.h"
+#include "qtnapi_isp_srv.h"
 #include "qtnapi_isp_thermal.h"
 #include "qtnapi_isp_tuning.h"
 
@@ -15,6 +17,8 @@ constexpr const char* kTuning = "Image tuning";
 constexpr const char* kFocus = "Focus and capability";
 constexpr const char* kThermal = "Thermal imaging";
 constexpr const char* kMaintenance = "Maintenance";
+constexpr const char* kIsp = "isp";
+constexpr const char* kControl = "control";
 
 }  // namespace
 
@@ -28,6 +32,7 @@ const std::vector<ResourceContract>& ResourceContracts()
          .channel = ChannelRule::NotRead,
          .channelSelects = false,
          .device = "/_sim/isp/28/0",
+         .commands = {{kIsp, ISP_CMD_FAKE_RATIO}},
          .rules = {},
          .getNote = "Read from the ISP service's channel 0 and passed on unchecked."},
         {.name = "Awb",
@@ -37,6 +42,7 @@ const std::vector<ResourceContract>& ResourceContracts()
          .channel = ChannelRule::NonNegative,
          .channelSelects = false,
          .device = "/_sim/control/3231",
+         .commands = {{kControl, VW_CMD_AWB}},
          .rules = {{.pointer = "/regionAwbAttr/roiWeightArray",
                     .counted = '1',
                     .count = AWB_MIN_ONES,
@@ -53,6 +59,7 @@ const std::vector<ResourceContract>& ResourceContracts()
          .channel = ChannelRule::Unsigned,
          .channelSelects = true,
          .device = "/_sim/isp/16/0",
+         .commands = {{kIsp, ISP_CMD_EXPOSURE_LOCK}},
          .rules = {{.pointer = "/enable", .description = "true locks the exposure, false unlocks it"}},
          .putNote = "A body without \"enable\" unlocks."},
         {.name = "ExtreColor",
@@ -62,6 +69,7 @@ const std::vector<ResourceContract>& ResourceContracts()
          .channel = ChannelRule::NonNegative,
          .channelSelects = false,
          .device = "/_sim/control/3229",
+         .commands = {{kControl, VW_CMD_EXTRE_COLOR}},
          .rules = {{.pointer = "/fusionStrength", .description = "the fusion strength, passed on unchecked"}}},
         {.name = "RestoreDefaultParams",
          .tag = kMaintenance,
@@ -70,8 +78,12 @@ const std::vector<ResourceContract>& ResourceContracts()
          .channel = ChannelRule::NotRead,
          .channelSelects = false,
          .device = nullptr,
+         .commands = {{kIsp, ISP_CMD_RESTORE_DEFAULTS}},
          .rules = {},
-         .putNote = "Returns every setting of every channel to the device's defaults."},
+         .putNote = "Returns the ISP service's settings of every channel to the device's defaults: fake-colour "
+                    "ratio, exposure lock, autofocus and its plane points, thermal settings, backlight and fog states. "
+                    "What the control process keeps - white balance (Awb), extreme-colour fusion (ExtreColor), the "
+                    "adaptation configuration - keeps its values."},
         {.name = "ResetThermal",
          .tag = kMaintenance,
          .summary = "Reset the thermal settings",
@@ -79,8 +91,10 @@ const std::vector<ResourceContract>& ResourceContracts()
          .channel = ChannelRule::ThermalOnly,
          .channelSelects = false,
          .device = "/_sim/isp/25/2",
+         .commands = {{kIsp, ISP_CMD_THERMAL}},
          .rules = {},
-         .putNote = "An unreadable ChannelId is refused with StatusCode 4 here, not 3."},
+         .putNote = "Returns the thermal settings (Thermal) to the device's defaults. An unreadable ChannelId is "
+                    "refused with StatusCode 4 here, not 3."},
         {.name = "ResetFogAdapt",
          .tag = kMaintenance,
          .summary = "Reset the fog adaptation",
@@ -88,6 +102,7 @@ const std::vector<ResourceContract>& ResourceContracts()
          .channel = ChannelRule::NonNegative,
          .channelSelects = true,
          .device = "/_sim/isp/7/0",
+         .commands = {{kControl, VW_CMD_ADAPT_CONFIG_GET}, {kIsp, ISP_CMD_FOG_ADAPT}},
          .rules = {},
          .putNote = "Sets the fog state from the device's adaptation configuration (/_sim/control/3213)."},
         {.name = "ResetSpeedAdapt",
@@ -97,6 +112,7 @@ const std::vector<ResourceContract>& ResourceContracts()
          .channel = ChannelRule::NonNegative,
          .channelSelects = false,
          .device = "/_sim/control/3210",
+         .commands = {{kControl, VW_CMD_ADAPT_CONFIG_GET}, {kControl, VW_CMD_SPEED_ADAPT_SET}},
          .rules = {},
          .putNote = "Sends the speed value of the device's adaptation configuration (/_sim/control/3213) back."},
         {.name = "ResetBackLightAdapt",
@@ -106,6 +122,7 @@ const std::vector<ResourceContract>& ResourceContracts()
          .channel = ChannelRule::NonNegative,
          .channelSelects = true,
          .device = "/_sim/isp/6/0",
+         .commands = {{kControl, VW_CMD_ADAPT_CONFIG_GET}, {kIsp, ISP_CMD_BACKLIGHT_ADAPT}},
          .rules = {},
          .putNote = "Sets or clears the backlight state from the device's adaptation configuration "
                     "(/_sim/control/3213)."},
@@ -116,6 +133,7 @@ const std::vector<ResourceContract>& ResourceContracts()
          .channel = ChannelRule::NonNegative,
          .channelSelects = false,
          .device = "/_sim/isp/5/0",
+         .commands = {{kIsp, ISP_CMD_CAPABILITY}},
          .rules = {{.pointer = "/basicInfos",
                     .description = "the range the device permits for each basic image adjustment, from begin to "
                                    "end; members elsewhere that name one of these carry x-capability-range"}},
@@ -128,6 +146,7 @@ const std::vector<ResourceContract>& ResourceContracts()
          .channel = ChannelRule::NonNegative,
          .channelSelects = false,
          .device = "/_sim/isp/17/0",
+         .commands = {{kIsp, ISP_CMD_AF}},
          .rules = {}},
         {.name = "AfPlanePoint",
          .tag = kFocus,
@@ -136,6 +155,7 @@ const std::vector<ResourceContract>& ResourceContracts()
          .channel = ChannelRule::NonNegative,
          .channelSelects = true,
          .device = "/_sim/isp/17/0",
+         .commands = {{kIsp, ISP_CMD_AF}},
          .rules = {{.pointer = "/enable",
                     .description = "the calibration switch; a PUT that does not name it leaves the device's byte "
                                    "as it was"},
@@ -147,6 +167,7 @@ const std::vector<ResourceContract>& ResourceContracts()
          .channel = ChannelRule::ThermalOnly,
          .channelSelects = false,
          .device = "/_sim/isp/25/2",
+         .commands = {{kIsp, ISP_CMD_THERMAL}},
          .rules =
              {
                  {.pointer = "/correctData/autoModeData/correctTime",

@@ -10,6 +10,7 @@
 #include "api_document.h"
 #include "console_files.h"
 #include "stage_runner.h"
+#include "way_in.h"
 
 namespace devhost {
 
@@ -201,8 +202,12 @@ MHD_Result Access(void* cls, MHD_Connection* connection, const char* url, const 
                                      std::to_string(refusal->status) + " (refused by the host)");
             return Send(connection, ErrorReply(refusal->status, refusal->message));
         }
-        if (const std::optional<HttpReply> denial = AccessAnswer(front->Parts(), connection, method, state->rawUri)) {
-            return Send(connection, *denial);
+        // The way-in page's own files load before the browser has the token;
+        // a browser refused a page gets that page (way_in.h).
+        const std::optional<HttpReply> denial =
+            IsWayInAsset(path) ? std::nullopt : AccessAnswer(front->Parts(), connection, method, state->rawUri);
+        if (denial) {
+            return Send(connection, WayInPage(connection, method, path, state->rawUri, *denial).value_or(*denial));
         }
         if (const std::optional<HttpReply> refusal = Refusal(front->Parts(), path, method, *state)) {
             front->Parts().log->Note(std::string(method) + " " + state->rawUri + " -> " +

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <sstream>
 
+#include "access.h"
 #include "http_front.h"
 
 namespace devhost {
@@ -178,6 +179,16 @@ HttpReply Faults(HostParts& parts)
     return JsonReply(200, o.get());
 }
 
+// How the host admits requests: what the console shows of it.
+HttpReply AccessMode(const HostParts& parts)
+{
+    const bool token = parts.access != nullptr && !parts.access->Token().empty();
+    const bool open = parts.access != nullptr && parts.access->OpenToTheNetwork();
+    Json o(json_object_new_object());
+    json_object_object_add(o.get(), "mode", json_object_new_string(token ? "token" : open ? "open" : "loopback"));
+    return JsonReply(200, o.get());
+}
+
 HttpReply Both(HostParts& parts, const char* op)
 {
     for (LinkClient* link : {parts.isp, parts.control}) {
@@ -217,6 +228,9 @@ HttpReply HandleSimRoute(HostParts& parts, const std::string& method, const std:
             return ErrorReply(404, "use /_sim/control/<code> with a decimal number up to " + std::to_string(kCommandMax));
         }
         return get || put ? Block(*parts.control, method, *code, std::nullopt, body) : wrongMethod("GET, PUT");
+    }
+    if (path == "access") {
+        return get ? AccessMode(parts) : wrongMethod("GET");
     }
     if (path == "constant") {
         // A fixed body that asks nothing of the simulators or the module: what

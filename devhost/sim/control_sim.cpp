@@ -198,9 +198,7 @@ Json HandleLink(json_object* request)
 {
     const std::string op = JsonString(request, "op").value_or("");
     if (op == "faults.arm" || op == "faults.clear") {
-        Json reply = HandleCoreRequest(g_sim->core, op, request,
-                                       {FaultKind::NoAnswer, FaultKind::Delay, FaultKind::Result,
-                                        FaultKind::SendFailure, FaultKind::Down});
+        Json reply = HandleCoreRequest(g_sim->core, op, request, kControlFaultKinds);
         AwaitSocketState();
         return reply;
     }

@@ -436,9 +436,7 @@ int SimPoll(const char*, fuse_file_info* fi, fuse_pollhandle* ph, unsigned* reve
 Json HandleLink(json_object* request)
 {
     const std::string op = JsonString(request, "op").value_or("");
-    if (Json core = HandleCoreRequest(g_sim->core, op, request,
-                                      {FaultKind::NoAnswer, FaultKind::Delay, FaultKind::Status,
-                                       FaultKind::ShortContent, FaultKind::SendFailure})) {
+    if (Json core = HandleCoreRequest(g_sim->core, op, request, kIspFaultKinds)) {
         return core;
     }
     if (op == "reset") {

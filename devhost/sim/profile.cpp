@@ -161,6 +161,23 @@ size_t Width(FieldType type)
     return 0;
 }
 
+const char* TypeName(FieldType type)
+{
+    switch (type) {
+    case FieldType::U8:
+        return "u8";
+    case FieldType::U32:
+        return "u32";
+    case FieldType::I32:
+        return "i32";
+    case FieldType::F64:
+        return "f64";
+    case FieldType::Text256:
+        return "text";
+    }
+    return "";
+}
+
 bool IsNumber(json_object* v) { return json_object_is_type(v, json_type_int) || json_object_is_type(v, json_type_double); }
 
 bool PutField(const BlockField& f, json_object* v, Bytes& block, std::string& error)
@@ -356,6 +373,15 @@ Json DecodeFields(const char* service, int command, const Bytes& block)
         Place(fields.get(), std::strchr(f.path, '.') + 1, FieldValue(f, block));
     }
     return fields;
+}
+
+std::vector<FieldLayout> BlockLayouts()
+{
+    std::vector<FieldLayout> layouts;
+    for (const BlockField& f : kFields) {
+        layouts.push_back({f.service, f.command, f.offset, Width(f.type), TypeName(f.type), std::strchr(f.path, '.') + 1});
+    }
+    return layouts;
 }
 
 Json BlockToJson(const char* service, int command, std::optional<uint32_t> channel, const Bytes& block)

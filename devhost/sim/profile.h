@@ -6,6 +6,7 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 #include "ability.h"
 #include "sim_common.h"
@@ -56,6 +57,23 @@ bool LoadProfile(const std::string& text, DeviceImage& image, std::string& error
 // The named values of a block or payload ("fields" of the inspection
 // routes); service is "isp" or "control". Null when none are known.
 Json DecodeFields(const char* service, int command, const Bytes& block);
+
+// Where one named value lies in a block or payload, as DecodeFields reads
+// it: "type" is "u8", "u32", "i32", "f64" (little-endian, as the device
+// stores them) or "text" (a NUL-terminated text of `size` bytes); `name` is
+// the value's place in the profile below the service ("thermal.pointX").
+struct FieldLayout {
+    const char* service;
+    int command;
+    size_t offset;
+    size_t size;
+    const char* type;
+    const char* name;
+};
+
+// Every named value of every block and payload, in the order of the blocks'
+// table: the layouts a client decodes the journal's bytes with.
+std::vector<FieldLayout> BlockLayouts();
 
 // A block as the inspection routes show it: {"command", "channel" (ISP
 // only), "size", "hex", "fields"}.

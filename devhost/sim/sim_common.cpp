@@ -195,18 +195,22 @@ struct FaultName {
     FaultKind kind;
     const char* name;
     const char* valueKey;  // the member carrying the fault's value, if any
-    long long min = 0;     // the value's range: what the field it lands in holds
+    const char* about;
+    long long min = 0;  // the value's range: what the field it lands in holds
     long long max = 0;
 };
 
 constexpr FaultName kFaultNames[] = {
-    {FaultKind::NoAnswer, "noAnswer", nullptr},
-    {FaultKind::Delay, "delay", "ms", 0, 600000},
-    {FaultKind::Status, "status", "status", 0, UINT16_MAX},
-    {FaultKind::ShortContent, "shortContent", "length", 0, INT32_MAX},
-    {FaultKind::Result, "result", "result", INT32_MIN, INT32_MAX},
-    {FaultKind::SendFailure, "sendFailure", nullptr},
-    {FaultKind::Down, "down", nullptr},
+    {FaultKind::NoAnswer, "noAnswer", nullptr,
+     "no reply: the exchange is held until the faults are cleared, or until the module's time-out"},
+    {FaultKind::Delay, "delay", "ms", "the reply comes this many milliseconds later", 0, 600000},
+    {FaultKind::Status, "status", "status", "the reply carries this status code and changes nothing", 0, UINT16_MAX},
+    {FaultKind::ShortContent, "shortContent", "length",
+     "the reply's content is cut to this many bytes (without it: to half)", 0, INT32_MAX},
+    {FaultKind::Result, "result", "result", "the reply carries this Result and changes nothing", INT32_MIN,
+     INT32_MAX},
+    {FaultKind::SendFailure, "sendFailure", nullptr, "the request cannot be sent: the module's write fails"},
+    {FaultKind::Down, "down", nullptr, "the socket is gone until the faults are cleared"},
 };
 
 // A member that must be an integer from `min` to `max` when it is there.
@@ -246,6 +250,10 @@ std::optional<FaultKind> FaultKindByName(const std::string& name)
 }
 
 const char* FaultKindName(FaultKind kind) { return NameOf(kind).name; }
+
+const char* FaultValueKey(FaultKind kind) { return NameOf(kind).valueKey; }
+
+const char* FaultKindAbout(FaultKind kind) { return NameOf(kind).about; }
 
 std::optional<Fault> FaultFromJson(json_object* o, std::string& error)
 {
@@ -503,7 +511,7 @@ Json JsonOk()
 }
 
 Json HandleCoreRequest(SimCore& core, const std::string& op, json_object* request,
-                       std::initializer_list<FaultKind> supported)
+                       std::span<const FaultKind> supported)
 {
     if (op == "ping") {
         return JsonOk();

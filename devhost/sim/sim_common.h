@@ -13,6 +13,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -78,6 +79,17 @@ struct Fault {
 // Fault names as the inspection routes spell them.
 std::optional<FaultKind> FaultKindByName(const std::string& name);
 const char* FaultKindName(FaultKind kind);
+// The member of a fault's JSON that carries its value ("ms", "status",
+// "length", "result"), or null for a kind without one.
+const char* FaultValueKey(FaultKind kind);
+// What a fault of the kind does, in a few words.
+const char* FaultKindAbout(FaultKind kind);
+
+// The fault kinds each simulator plays.
+inline constexpr FaultKind kIspFaultKinds[] = {FaultKind::NoAnswer, FaultKind::Delay, FaultKind::Status,
+                                               FaultKind::ShortContent, FaultKind::SendFailure};
+inline constexpr FaultKind kControlFaultKinds[] = {FaultKind::NoAnswer, FaultKind::Delay, FaultKind::Result,
+                                                   FaultKind::SendFailure, FaultKind::Down};
 // A fault from its JSON description; nullopt with `error` set when it is bad.
 std::optional<Fault> FaultFromJson(json_object* o, std::string& error);
 Json FaultToJson(const Fault& fault);
@@ -194,7 +206,7 @@ struct SimCore {
 // The reply to one of the shared requests, or null when `op` is another.
 // `supported` lists the fault kinds this simulator can play.
 Json HandleCoreRequest(SimCore& core, const std::string& op, json_object* request,
-                       std::initializer_list<FaultKind> supported);
+                       std::span<const FaultKind> supported);
 
 Json JsonOk();
 

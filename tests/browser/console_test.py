@@ -27,6 +27,7 @@ from selenium import webdriver
 from selenium.common.exceptions import TimeoutException
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common import utils
+from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
 from selenium.webdriver.support.ui import Select, WebDriverWait
@@ -40,30 +41,40 @@ NO_FUSE = 77
 
 
 class Host:
-    """The development host, started here or already running at `url`."""
+    """The development host, started here or already running at `url`. A
+    host started with `listen` beyond loopback (or with --token) needs its
+    token: `token` holds it, and `banner` what the host printed up to "stop
+    with Ctrl-C"."""
 
-    def __init__(self, build, out, url=None, extra=()):
+    def __init__(self, build, out, url=None, listen="127.0.0.1:0", args=(), log="host.log"):
         self.process = None
-        self.headers = {}  # sent with every call()
+        self.token = None
+        self.banner = ""
         if url:
             self.url = url.rstrip("/")
             return
         binary = os.path.join(build, "devhost", "ispiaas-devhost")
-        self.log = os.path.join(out, "host.log")
-        self.process = subprocess.Popen([binary, "--listen", "127.0.0.1:0", "--log", self.log, *extra],
+        self.log = os.path.join(out, log)
+        self.process = subprocess.Popen([binary, "--listen", listen, "--log", self.log, *args],
                                         stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
-        banner = self.process.stdout.readline()
-        match = re.search(r"serving (http://[0-9.:]+)/", banner)
+        first = self.process.stdout.readline()
+        match = re.search(r"serving (http://[0-9.]+:[0-9]+)/(\?token=([A-Za-z0-9._~-]+))?", first)
         if not match:
             status = self.process.wait(timeout=WAIT_S)
             if status == NO_FUSE:
                 raise SystemExit(NO_FUSE)
-            raise RuntimeError(f"the host did not start (exit {status}): {banner}{self.process.stdout.read()}")
+            raise RuntimeError(f"the host did not start (exit {status}): {first}{self.process.stdout.read()}")
         self.url = match.group(1)
+        self.token = match.group(3)
+        self.banner = first
+        while "stop with Ctrl-C" not in self.banner:
+            self.banner += self.process.stdout.readline()
 
     def call(self, method, path, body=None):
         data = None if body is None else (body if isinstance(body, str) else json.dumps(body)).encode()
-        request = urllib.request.Request(self.url + path, data=data, method=method, headers=self.headers)
+        request = urllib.request.Request(self.url + path, data=data, method=method)
+        if self.token:
+            request.add_header("Authorization", f"Bearer {self.token}")
         try:
             with urllib.request.urlopen(request, timeout=WAIT_S) as response:
                 return response.status, json.loads(response.read() or b"null")
@@ -222,6 +233,45 @@ class Console:
         self.driver.save_screenshot(path)
         return path
 
+    def shots(self, name, focus=None):
+        """NAME-1280x800.png of the page as it is, and NAME-400x800.png of it
+        400 px wide with `focus` scrolled into view."""
+        self.screenshot(f"{name}-1280x800.png")
+        scrolled = self.driver.execute_script("return [scrollX, scrollY]")
+        self.viewport(400, 800)
+        try:
+            if focus is not None:
+                self.driver.execute_script("arguments[0].scrollIntoView({block: 'center'})", focus)
+            width = self.driver.execute_script("return document.documentElement.scrollWidth")
+            assert width <= 400, f"{name}: the page is {width} px wide at 400 px"
+            self.screenshot(f"{name}-400x800.png")
+        finally:
+            self.viewport(1280, 800)
+            self.driver.execute_script("scrollTo(arguments[0], arguments[1])", *scrolled)
+
+    def keys(self, *keys):
+        """Keys as a person types them, to whatever has the focus."""
+        ActionChains(self.driver).send_keys(*keys).perform()
+
+    def chord(self, modifier, key):
+        """A key pressed while a modifier is held."""
+        ActionChains(self.driver).key_down(modifier).send_keys(key).key_up(modifier).perform()
+
+    def active(self):
+        return self.driver.switch_to.active_element
+
+    def card(self, request):
+        """The newest live card of `request` ("PUT /api/isp/...")."""
+        return self.wait(lambda: next((k for k in self.driver.find_elements(By.CSS_SELECTOR, "ol.activity > li")
+                                       if request in k.find_element(By.CSS_SELECTOR, ".title").text), None),
+                         f"a live card of {request}")
+
+    def in_view(self, element):
+        """Whether the element is wholly inside the window, as the page is scrolled now."""
+        return self.driver.execute_script(
+            "const r = arguments[0].getBoundingClientRect();"
+            "return r.top >= 0 && r.left >= 0 && r.bottom <= innerHeight && r.right <= innerWidth;", element)
+
     def errors(self):
         return [e["message"] for e in self.driver.get_log("browser") if e["level"] == "SEVERE"]
 
@@ -242,6 +292,7 @@ class Checks:
         self.resources = resources(self.doc)
         self.thermal = self.resources["Thermal"]
         self.thermal_block = self.thermal["device"] or "/_sim/isp/25/2"
+        self.faults = self.doc["paths"]["/_sim/faults"]["post"]["x-fault-table"]
 
     def console_files_served_with_their_types(self):
         for path, kind in (("/", "text/html"), ("/console/main.js", "text/javascript"),
@@ -259,13 +310,15 @@ class Checks:
         tags = [t["name"] for t in self.doc["tags"] if any(r["tag"] == t["name"] for r in self.resources.values())]
         first = tags[0]
         c.open(first)
-        shown = [b.text for b in c.driver.find_elements(By.CSS_SELECTOR, "#groups button")]
+        shown = [b.text for b in c.driver.find_elements(By.CSS_SELECTOR, "#groups [role=tab]")]
         assert shown == tags, f"groups {shown}, the document's tags {tags}"
         forms = sorted(f.get_attribute("data-resource") for f in c.driver.find_elements(By.CSS_SELECTOR, "form.resource"))
         assert forms == sorted(self.resources), f"forms {forms}"
         for name, r in self.resources.items():
             if r["tag"] == first and "get" in r["ops"]:
                 assert c.answer(name).startswith("Read: HTTP 200"), f"{name}: {c.answer(name)}"
+        link = c.driver.find_element(By.CSS_SELECTOR, "header.page a.document")
+        assert link.get_attribute("href") == self.host.url + "/openapi.json", link.get_attribute("href")
         assert not c.errors(), c.errors()
 
     def brightness_applied_changes_exactly_its_word_and_logs(self):
@@ -291,24 +344,32 @@ class Checks:
         assert len(changed) == 1 and new_words[changed[0]] == new, f"words changed: {changed}"
         assert field.get_attribute("value") == str(new), "the form does not show the value read again"
         self.log_panel_shows_the_entry("PUT " + self.thermal["path"], mark)
+        # The page as the README shows it: the form from its top, the PUT's
+        # write in sight in the live list.
+        write = next(e for e in c.card("PUT " + self.thermal["path"]).find_elements(By.CSS_SELECTOR, "li.exchange")
+                     if " write" in e.text)
+        c.driver.execute_script("scrollTo(0, 0);"
+                                "arguments[0].closest('.live-scroll').scrollTop = arguments[0].offsetTop - 40", write)
         c.screenshot("console-1280x800.png")
 
     def log_panel_shows_the_entry(self, request, mark):
         """The card of `request` shows the first operation-log entry logged
-        after `mark`, in either language."""
+        after `mark`, in either language, with its sequence number."""
         c = self.console
         lines = [l for l in self.host.json("/_sim/log")["lines"] if l["seq"] > mark]
         texts = {lang: [l["text"] for l in lines if l.get("lang") == lang] for lang in ("en", "cn")}
         assert texts["en"] and texts["cn"], "the host logged no operation-log entry"
-        card = c.wait(lambda: next((k for k in c.driver.find_elements(By.CSS_SELECTOR, "ol.activity > li")
-                                    if request in k.find_element(By.CSS_SELECTOR, ".title").text), None),
-                      f"a live card of {request}")
+        card = c.card(request)
         first = c.driver.find_element(By.CSS_SELECTOR, "ol.activity > li")
         assert first.find_element(By.CSS_SELECTOR, ".title").text.startswith("GET"), "newest first: the read again"
         for lang in ("en", "cn"):
             c.driver.find_element(By.CSS_SELECTOR, f'input[name="oplog-lang"][value="{lang}"]').click()
-            shown = [e.text for e in card.find_elements(By.CSS_SELECTOR, "li.oplog .text") if e.is_displayed()]
+            rows = [e for e in card.find_elements(By.CSS_SELECTOR, "li.oplog") if e.is_displayed()]
+            shown = [e.find_element(By.CSS_SELECTOR, ".text").text for e in rows]
             assert texts[lang][0] in shown, f"{lang}: {shown}"
+            seq = next(l["seq"] for l in lines if l.get("lang") == lang and l["text"] == texts[lang][0])
+            tag = rows[shown.index(texts[lang][0])].find_element(By.CSS_SELECTOR, ".tag").text
+            assert f"#{seq}" in tag, f"{lang}: the row {tag!r} does not name log line {seq}"
         exchanges = card.find_elements(By.CSS_SELECTOR, "li.exchange")
         assert exchanges, "the card shows no service exchange"
         c.driver.find_element(By.CSS_SELECTOR, 'input[name="oplog-lang"][value="en"]').click()
@@ -320,7 +381,51 @@ class Checks:
             return str(ranges["begin"]), str(ranges["end"])
         return str(schema.get("minimum")), str(schema.get("maximum"))
 
-    def value_outside_its_set_is_refused_and_changes_nothing(self):
+    # -- a client developer new to the API: a change confirmed by what the device got
+
+    def change_confirmed_by_the_decoded_exchange(self):
+        c = self.console
+        # A resource the control process keeps, with a number of no value set.
+        name, r, path = next((n, r, p) for n, r in self.resources.items()
+                             if "put" in r["ops"] and r["schema"] and (r["device"] or "").startswith("/_sim/control/")
+                             for p, s in [member(self.doc, r["schema"],
+                                                 lambda p, s: s.get("type") == "integer" and "enum" not in s)] if p)
+        c.open(r["tag"])
+        form = c.settled(name)
+        # The card carries the document's words: what the resource is, its
+        # ChannelId rule, and a link to it in the document.
+        header = form.find_element(By.TAG_NAME, "header").text
+        assert resolve(self.doc, r["schema"])["description"] in header, header
+        channel = next(resolve(self.doc, p) for p in r["ops"]["put"]["parameters"])
+        rule = form.find_element(By.CSS_SELECTOR, ".field.channel .hint").text
+        assert rule == channel["description"], f"ChannelId rule {rule!r}"
+        link = form.find_element(By.CSS_SELECTOR, "a.operation").get_attribute("href")
+        assert link == f"{self.host.url}/openapi.json#/paths/{r['path'].replace('/', '~1')}", link
+        field = c.control(name, path)
+        old = int(field.get_attribute("value"))
+        new = old + 20
+        field.send_keys(Keys.CONTROL, "a")
+        field.send_keys(str(new), Keys.ENTER)
+        assert c.answer(name) == "HTTP 200 · StatusCode 0 · OK", c.answer(name)
+        held = self.host.json(r["device"])
+        assert held["fields"][path[-1]] == new, f"the device holds {held['fields']}"
+        # The write in the PUT's card: the value sent, named and marked as
+        # changed from what the device held before.
+        card = c.card(f"PUT {r['path']}")
+        write = next(e for e in card.find_elements(By.CSS_SELECTOR, "li.exchange") if " write" in e.text)
+        changed = write.find_elements(By.CSS_SELECTOR, ".value.changed")
+        assert [e.get_attribute("data-name") for e in changed] == [path[-1]], [e.text for e in changed]
+        assert changed[0].text.split() == [path[-1], str(new), "was", str(old)], changed[0].text
+        pre = write.find_element(By.CSS_SELECTOR, "details.bytes pre")
+        assert not pre.is_displayed(), "the hex is shown before it is asked for"
+        write.find_element(By.CSS_SELECTOR, "details.bytes summary").click()
+        assert held["hex"] in pre.text.replace("\n", " "), "the hex differs from what the device holds"
+        c.driver.execute_script("arguments[0].scrollIntoView({block: 'center'})", card)
+        c.shots("task-developer", card)
+
+    # -- a firmware tester: refusals named, marked and explained
+
+    def refusal_named_marked_and_explained(self):
         c = self.console
         path, schema = member(self.doc, self.thermal["schema"],
                               lambda p, s: s.get("type") == "integer" and len(s.get("enum", [])) > 1)
@@ -330,45 +435,106 @@ class Checks:
         c.open(self.thermal["tag"])
         before = self.host.json(self.thermal_block)["hex"]
         select = c.control("Thermal", path)
-        shown = Select(select).first_selected_option.text
-        assert [o.text for o in Select(select).options if o.text in map(str, values)] == list(map(str, values))
+        held = int(Select(select).first_selected_option.text)
         Select(select).select_by_visible_text("other value…")
-        other = c.driver.switch_to.active_element
-        other.send_keys(str(outside), Keys.ENTER)
+        c.active().send_keys(str(outside), Keys.ENTER)
         answer = c.answer("Thermal")
         assert re.fullmatch(r"HTTP 4\d\d · StatusCode [1-9]\d* · .+", answer), answer
         assert self.host.json(self.thermal_block)["hex"] == before, "the device changed"
-        assert Select(select).first_selected_option.text == shown, "the form does not show what the device holds"
-        note = c.form("Thermal").find_element(By.CSS_SELECTOR, "p.note").text
-        assert "still holds" in note, note
+        form = c.form("Thermal")
+        said = f"{path[-1]} {outside} is not one of {', '.join(map(str, values))}"
+        problems = form.find_element(By.CSS_SELECTOR, "ul.problems").text
+        assert said in problems, problems
+        field = select.find_element(By.XPATH, "..")
+        assert "refused" in field.get_attribute("class").split(), "the field is not marked"
+        assert select.get_attribute("aria-invalid") == "true"
+        assert said in field.text and f"the device holds {held}" in field.text, field.text
+        other = field.find_element(By.CSS_SELECTOR, "input[type=number]")
+        assert other.is_displayed() and other.get_attribute("value") == str(outside), "the refused value is not kept"
+        c.shots("task-refusal", field)
+        # A refusal no rule of the body explains: the device already holds a
+        # value outside the set, and another member is changed. The module's
+        # own diagnostic is shown beside the form.
+        service, command = re.fullmatch(r"/_sim/(isp|control)/(\d+)(?:/\d+)?", self.thermal_block).groups()
+        route = "/_sim/isp/{command}/{channel}" if service == "isp" else "/_sim/control/{code}"
+        layout = self.doc["paths"][route]["get"]["x-layouts"][command]
+        where = next(f for f in layout if f["name"].split(".")[-1] == path[-1])
+        raw = bytearray(bytes.fromhex(before))
+        raw[where["offset"]:where["offset"] + where["size"]] = outside.to_bytes(where["size"], "little")
+        assert self.host.call("PUT", self.thermal_block, {"hex": raw.hex()})[0] == 200
+        mark = max((l["seq"] for l in self.host.json("/_sim/log")["lines"]), default=0)
+        c.button(form, "Read").click()
+        c.settled("Thermal")
+        assert form.find_element(By.CSS_SELECTOR, "ul.problems").text == "", "a read does not clear the refusal"
+        assert select.get_attribute("aria-invalid") is None
+        bright_path, _ = member(self.doc, self.thermal["schema"], lambda p, s: p[-1] == "brightness")
+        bright = c.control("Thermal", bright_path)
+        bright.send_keys(Keys.CONTROL, "a")
+        bright.send_keys(str(int(bright.get_attribute("value")) + 1), Keys.ENTER)
+        assert c.answer("Thermal").startswith("HTTP 4"), c.answer("Thermal")
+        errors = [l["text"].strip() for l in self.host.json("/_sim/log")["lines"]
+                  if l["seq"] > mark and l["kind"].startswith("diag") and l.get("level", 0) > 0]
+        assert errors, "the module gave no diagnostic"
+        problems = form.find_element(By.CSS_SELECTOR, "ul.problems").text
+        assert all(e in problems for e in errors), f"{problems!r} lacks {errors}"
+        assert "no rule of the API document explains it" in form.find_element(By.CSS_SELECTOR, "p.note").text
 
-    def fault_armed_from_the_console_fails_the_next_read_until_cleared(self):
+    # -- a firmware tester: faults at hand, waiting seen
+
+    def fault_armed_seen_and_cleared_without_scrolling(self):
         c = self.console
         c.open(self.thermal["tag"])
-        service, command, channel = re.fullmatch(r"/_sim/(isp|control)/(\d+)(?:/(\d+))?", self.thermal_block).groups()
+        form = c.form("Thermal")
+        # A live panel with enough cards to scroll, scrolled down: a new card
+        # is counted above, the reader's place kept.
+        for _ in range(6):
+            c.button(form, "Read").click()
+            c.settled("Thermal")
+        scroller = c.driver.find_element(By.CSS_SELECTOR, "#live .live-scroll")
+        c.driver.execute_script("arguments[0].scrollTop = 400", scroller)
+        c.button(form, "Read").click()
+        c.settled("Thermal")
+        above = c.driver.find_element(By.CSS_SELECTOR, "#live .new-above")
+        c.wait(lambda: above.is_displayed() and above.text == "1 new above", "the count of new cards above")
+        assert int(c.driver.execute_script("return arguments[0].scrollTop", scroller)) > 400, "the place was lost"
+        # The fault: its target chosen by the resource's name.
+        service, command = re.fullmatch(r"/_sim/(isp|control)/(\d+)(?:/\d+)?", self.thermal_block).groups()
         faults = c.driver.find_element(By.ID, "faults")
-        Select(faults.find_element(By.NAME, "service")).select_by_value(service)
-        faults.find_element(By.NAME, "command").send_keys(command)
-        if channel:
-            faults.find_element(By.NAME, "channel").send_keys(channel)
-        Select(faults.find_element(By.NAME, "kind")).select_by_value("sendFailure")
+        target = Select(faults.find_element(By.NAME, "target"))
+        option = next(o for o in target.options if o.text.startswith("Thermal") or ", Thermal " in o.text)
+        assert option.get_attribute("value") == f"{service}:{command}", option.get_attribute("value")
+        target.select_by_visible_text(option.text)
+        Select(faults.find_element(By.NAME, "kind")).select_by_value("noAnswer")
         c.button(faults, "Arm").click()
         armed = faults.find_element(By.CSS_SELECTOR, "ul.armed")
-        c.wait(lambda: f"command {command}" in armed.text, "the armed fault to be listed")
-        assert self.host.json("/_sim/faults")[service], "the host has no fault armed"
-        c.button(c.form("Thermal"), "Read").click()
+        c.wait(lambda: "Thermal" in armed.text and "noAnswer" in armed.text, "the armed fault to be listed")
+        assert c.driver.find_element(By.ID, "faults-indicator").text == "1 fault armed"
+        c.button(form, "Read").click()
+        waiting = form.find_element(By.CSS_SELECTOR, "output.waiting")
+        limit = next(s for s in self.faults["services"] if s["service"] == service).get("timeoutMs")
+        c.wait(lambda: "waiting for the device" in waiting.text, "the form to say it waits")
+        c.wait(lambda: re.search(r"· [1-9]\d* s", waiting.text), "the seconds waited")
+        if limit:
+            assert f"of at most {limit // 1000} s" in waiting.text, waiting.text
+        assert c.in_view(waiting) and c.in_view(armed), "the waiting line or the faults are out of sight"
+        c.shots("task-fault-waiting", waiting)
+        c.button(faults, "Clear all faults").click()
         answer = c.answer("Thermal")
         assert answer.startswith("Read: HTTP 5"), answer
-        assert "stale" in c.form("Thermal").get_attribute("class").split(), "the failed read is not marked"
-        c.button(faults, "Clear all").click()
+        assert "stale" in form.get_attribute("class").split(), "the failed read is not marked"
+        assert "from an earlier read" in form.find_element(By.CSS_SELECTOR, "p.note").text
         c.wait(lambda: armed.text == "none armed", "the faults to be cleared")
-        c.button(c.form("Thermal"), "Read").click()
+        assert not self.host.json("/_sim/faults")[service], "the host still holds the fault"
+        assert c.driver.execute_script("return scrollY") == 0, "the page had to be scrolled"
+        c.button(form, "Read").click()
         assert c.answer("Thermal") == "Read: HTTP 200", c.answer("Thermal")
-        assert "stale" not in c.form("Thermal").get_attribute("class").split()
+        assert "stale" not in form.get_attribute("class").split()
 
-    def reset_asks_first(self):
+    def reset_asks_first_and_says_what_it_resets(self):
         c = self.console
-        name, r = next((n, r) for n, r in self.resources.items() if r["ops"].get("put", {}).get("x-confirm"))
+        # The operation that asks first and takes no channel: restore defaults.
+        name, r = next((n, r) for n, r in self.resources.items() if r["ops"].get("put", {}).get("x-confirm") and
+                       not any(resolve(self.doc, p).get("required") for p in r["ops"]["put"].get("parameters", [])))
         c.open(r["tag"])
         journal = len(self.host.json("/_sim/journal")["entries"])
         form = c.settled(name)
@@ -376,16 +542,25 @@ class Checks:
         action.click()
         dialog = c.driver.find_element(By.ID, "confirm")
         c.wait(lambda: dialog.get_attribute("open") is not None, "the confirmation")
-        c.screenshot("confirmation.png")
+        assert c.active().text == "Cancel", f"{c.active().text!r} has the focus"
+        about = dialog.find_element(By.CSS_SELECTOR, ".about").text
+        assert about == r["ops"]["put"]["description"], about
+        c.shots("task-restore-asks", dialog)
         assert len(self.host.json("/_sim/journal")["entries"]) == journal, "sent before confirming"
-        c.driver.switch_to.active_element.send_keys(Keys.ESCAPE)
+        c.keys(Keys.ESCAPE)
         assert c.answer(name) == "Cancelled: nothing sent.", c.answer(name)
         assert len(self.host.json("/_sim/journal")["entries"]) == journal, "sent after cancelling"
         action.click()
         c.wait(lambda: dialog.get_attribute("open") is not None, "the confirmation")
         c.button(dialog, "Confirm").click()
         assert c.answer(name) == "HTTP 200 · StatusCode 0 · OK", c.answer(name)
-        assert len(self.host.json("/_sim/journal")["entries"]) > journal, "confirmed, but nothing reached the device"
+        entries = self.host.json("/_sim/journal")["entries"]
+        assert len(entries) > journal, "confirmed, but nothing reached the device"
+        # Its exchange names no channel, in words, with its number.
+        exchange = c.card(f"PUT {r['path']}").find_element(By.CSS_SELECTOR, "li.exchange")
+        assert f"#{entries[-1]['seq']} " in exchange.text, exchange.text
+        if entries[-1]["channel"] is None:
+            assert "· no channel ·" in exchange.text, exchange.text
 
     def weights_edited_in_their_grid(self):
         c = self.console
@@ -404,23 +579,89 @@ class Checks:
         else:
             raise AssertionError("no resource holds a text of digits")
         c.open(r["tag"])
-        cells = c.form(name).find_elements(By.CSS_SELECTOR, ".digit-grid .cell")
-        assert "".join(cell.get_attribute("value") for cell in cells) == text, "the grid differs from the text"
-        columns = int(c.form(name).find_element(By.CSS_SELECTOR, ".digit-grid")
-                      .value_of_css_property("grid-template-columns").count("px"))
+        grid = c.form(name).find_element(By.CSS_SELECTOR, "[role=grid]")
+        cells = grid.find_elements(By.CSS_SELECTOR, "[role=gridcell]")
+        assert "".join(cell.text for cell in cells) == text, "the grid differs from the text"
+        assert [cell.get_attribute("tabindex") for cell in cells].count("0") == 1, "the grid is not one tab stop"
+        columns = int(grid.value_of_css_property("grid-template-columns").count("px"))
         cells[0].click()
-        c.driver.switch_to.active_element.send_keys(Keys.ARROW_DOWN)
-        assert c.driver.switch_to.active_element == cells[columns], "the down arrow does not move a row down"
+        c.keys(Keys.ARROW_DOWN)
+        assert c.active() == cells[columns], "the down arrow does not move a row down"
+        c.keys(Keys.END)
+        assert c.active() == cells[2 * columns - 1], "End does not move to the row's end"
+        c.chord(Keys.CONTROL, Keys.END)
         last = len(cells) - 1
+        assert c.active() == cells[last], "Ctrl+End does not move to the last cell"
         digit = "2" if text[last] != "2" else "3"
-        cells[last].click()
-        c.driver.switch_to.active_element.send_keys(digit)
+        c.keys(digit)
         c.button(c.form(name), "Apply").click()
         assert c.answer(name) == "HTTP 200 · StatusCode 0 · OK", c.answer(name)
         now = self.host.json(r["path"] + r["query"])
         for key in path:
             now = now[key]
         assert now == text[:last] + digit, f"the device holds {now}"
+
+    # -- a keyboard-only user, also at 400 px and 200% zoom
+
+    def keyboard_from_the_group_to_the_lock_switch(self):
+        c = self.console
+        # The resource with a flag and no read: its switch has never been read.
+        name, r, path = next((n, r, p) for n, r in self.resources.items() if "get" not in r["ops"]
+                             for p, _ in [member(self.doc, resolve(self.doc, r["ops"]["put"]["requestBody"])
+                                                 ["content"]["application/json"]["schema"],
+                                                 lambda p, s: s.get("type") == "boolean")] if p)
+        c.open(r["tag"])
+        target = c.control(name, path)
+        state = target.find_element(By.XPATH, "following-sibling::span[@class='switch-state']")
+        assert state.text.startswith("not set"), f"the switch says {state.text!r} before any change"
+        assert target.get_attribute("aria-checked") is None and c.driver.execute_script(
+            "return arguments[0].indeterminate", target), "the switch does not show its unknown state"
+        tab = next(t for t in c.driver.find_elements(By.CSS_SELECTOR, "#groups [role=tab]") if t.text == r["tag"])
+        c.driver.execute_script("arguments[0].focus()", tab)
+        keys = 0
+        while c.active() != target and keys < 40:
+            c.keys(Keys.TAB)
+            keys += 1
+        assert c.active() == target and keys < 20, f"{keys} keys from the group to the switch"
+        device = self.host.json(r["device"])["hex"] if r["device"] else None
+        c.keys(Keys.SPACE)
+        assert state.text == "on", state.text
+        c.keys(Keys.ENTER)
+        assert c.answer(name) == "HTTP 200 · StatusCode 0 · OK", c.answer(name)
+        if device is not None:
+            assert self.host.json(r["device"])["hex"] != device, "the device did not change"
+        c.shots("task-keyboard", target)
+        # 200% zoom: the sticky buttons take one thin line.
+        c.driver.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
+                                 {"width": 640, "height": 400, "deviceScaleFactor": 2, "mobile": False})
+        try:
+            c.open(self.thermal["tag"])
+            bar = c.form("Thermal").find_element(By.CSS_SELECTOR, ".actions")
+            height = bar.size["height"]
+            assert height <= 40, f"the sticky bar is {height} px of 400"
+            width = c.driver.execute_script("return document.documentElement.scrollWidth")
+            assert width <= 640, f"the page is {width} px wide at 200%"
+            c.screenshot("task-keyboard-zoom200.png")
+        finally:
+            c.viewport(1280, 800)
+
+    def choices_kept_and_descriptions_whole(self):
+        c = self.console
+        c.open(self.thermal["tag"])
+        c.driver.find_element(By.CSS_SELECTOR, 'input[name="oplog-lang"][value="cn"]').click()
+        c.open(self.thermal["tag"])
+        chosen = c.driver.find_element(By.CSS_SELECTOR, 'input[name="oplog-lang"]:checked').get_attribute("value")
+        c.driver.find_element(By.CSS_SELECTOR, 'input[name="oplog-lang"][value="en"]').click()
+        assert chosen == "cn", f"after a reload the language is {chosen}"
+        for width in (1280, 400):
+            c.viewport(width, 800)
+            try:
+                cut = c.driver.execute_script(
+                    "return [...document.querySelectorAll('.hint')].filter((h) => h.offsetParent !== null &&"
+                    " h.scrollHeight > h.clientHeight + 1).map((h) => h.textContent)")
+                assert not cut, f"descriptions cut at {width} px: {cut}"
+            finally:
+                c.viewport(1280, 800)
 
     def readable_in_400_px(self):
         c = self.console
@@ -435,16 +676,64 @@ class Checks:
         finally:
             c.viewport(1280, 800)
 
+    # -- a host listening beyond loopback: entered from its page
+
+    def token_host_entered_from_its_page(self):
+        c = self.console
+        out = c.out
+        build = os.path.dirname(out)
+        first = Host(build, out, listen="0.0.0.0:0", log="host-token.log")
+        second = None
+        try:
+            urls = re.findall(r"http://[^\s']+", first.banner)
+            assert urls and all("0.0.0.0" not in u for u in urls), f"the banner prints {urls}"
+            assert urls[0].startswith("http://127.0.0.1:") and f"?token={first.token}" in urls[0], urls[0]
+            port = first.url.rsplit(":", 1)[1]
+            c.driver.get("about:blank")
+            c.driver.get(f"{first.url}/")
+            field = c.wait(lambda: c.driver.find_elements(By.CSS_SELECTOR, "form.way-in input[name=token]"),
+                           "the way-in page")[0]
+            assert "access token" in c.driver.title.lower(), c.driver.title
+            assert c.active() == field, "the token field does not have the focus"
+            c.shots("task-token-way-in", field)
+            # A person pastes the whole URL the banner printed.
+            c.keys(urls[0], Keys.ENTER)
+            c.wait(lambda: c.driver.find_element(By.TAG_NAME, "body").get_attribute("data-ready") == "true",
+                   "the console to start")
+            assert c.driver.current_url == f"{first.url}/", f"the address still holds the token: {c.driver.current_url}"
+            access = c.driver.find_element(By.ID, "access")
+            assert access.is_displayed() and access.text.startswith("Token mode"), access.text
+            c.shots("task-token-console", access)
+            # The host starts again with another token: the console says what to do.
+            first.stop()
+            second = Host(build, out, listen=f"0.0.0.0:{port}", args=("--token", "another-token-of-the-test"),
+                          log="host-token.log")
+            alert = c.driver.find_element(By.ID, "host-alert")
+            c.wait(lambda: alert.is_displayed(), "the console to see that its token is refused")
+            assert "Open the URL" in alert.text, alert.text
+            c.shots("task-token-changed", alert)
+            c.driver.get(f"{second.url}/")
+            reason = c.wait(lambda: c.driver.find_elements(By.CSS_SELECTOR, "p.reason"), "the way-in page")[0]
+            assert "no longer takes" in reason.text, reason.text
+        finally:
+            first.stop()
+            if second:
+                second.stop()
+
 
 CHECKS = [
     Checks.console_files_served_with_their_types,
     Checks.opens_with_every_group_and_resource,
     Checks.brightness_applied_changes_exactly_its_word_and_logs,
-    Checks.value_outside_its_set_is_refused_and_changes_nothing,
-    Checks.fault_armed_from_the_console_fails_the_next_read_until_cleared,
-    Checks.reset_asks_first,
+    Checks.change_confirmed_by_the_decoded_exchange,
+    Checks.refusal_named_marked_and_explained,
+    Checks.fault_armed_seen_and_cleared_without_scrolling,
+    Checks.reset_asks_first_and_says_what_it_resets,
     Checks.weights_edited_in_their_grid,
+    Checks.keyboard_from_the_group_to_the_lock_switch,
+    Checks.choices_kept_and_descriptions_whole,
     Checks.readable_in_400_px,
+    Checks.token_host_entered_from_its_page,
 ]
 
 
@@ -454,6 +743,10 @@ def main():
     if "--url" in args:
         url = args[args.index("--url") + 1]
         del args[args.index("--url"):args.index("--url") + 2]
+    only = None
+    if "--only" in args:
+        only = args[args.index("--only") + 1].split(",")
+        del args[args.index("--only"):args.index("--only") + 2]
     build = args[0] if args else "build/default"
     out = os.path.join(build, "browser")
     os.makedirs(out, exist_ok=True)
@@ -472,6 +765,8 @@ def main():
         checks = Checks(host, console)
         for check in CHECKS:
             name = check.__name__
+            if only and name not in only:
+                continue
             host.call("DELETE", "/_sim/faults")
             host.call("POST", "/_sim/reset")
             start = time.monotonic()

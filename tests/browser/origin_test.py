@@ -189,12 +189,8 @@ class TokenChecks:
 
 
 class TokenHost(Host):
-    TOKEN = "origin-test-token-0123456789"
-
     def __init__(self, build, out):
-        super().__init__(build, out, extra=["--token", self.TOKEN])
-        self.token = self.TOKEN
-        self.headers = {"Authorization": f"Bearer {self.TOKEN}"}
+        super().__init__(build, out, args=["--token", "origin-test-token-0123456789"])
 
 
 CHECKS = [Checks.page_of_another_port_changes_nothing, Checks.page_under_a_rebound_name_reads_and_changes_nothing,

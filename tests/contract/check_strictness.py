@@ -5,7 +5,8 @@ PUT body member or a ChannelId, generated from the document, the values in it
 are accepted and the values just outside are refused (StatusCode 4 for a body
 member, HTTP 400 for ChannelId), and a refused PUT leaves the device's values
 (x-device) as they were. Also checks that the host serves the document byte for
-byte. Exits 77 when the machine cannot run the host (no FUSE).
+byte, and that the fault table (x-fault-table) names for each resource exactly
+the commands its operations send the device (from the journal). Exits 77 when the machine cannot run the host (no FUSE).
 
 usage: check_strictness.py DOCUMENT DEVHOST"""
 import json
@@ -104,6 +105,7 @@ def main(document, executable):
         with open(document, encoding="utf-8") as f:
             if host.call("GET", "/openapi.json")[1] != f.read():
                 failures.append(f"GET /openapi.json differs from {document}: regenerate it with scripts/openapi")
+        sent = {}  # by resource: the (service, command) its operations sent
         for path, method, operation in api.api_operations():
             channel = next((p for p in map(api.resolve, operation.get("parameters", []))
                             if p["name"] == "ChannelId"), None)
@@ -112,6 +114,11 @@ def main(document, executable):
             device = operation.get("x-device")
             if device and host.call("GET", device)[0] != 200:
                 failures.append(f"{method.upper()} {path}: x-device {device} is not a device route")
+            host.call("POST", "/_sim/reset")
+            last = json.loads(host.call("GET", "/_sim/journal")[1])["last"]
+            host.call(method.upper(), path + example, body)
+            entries = json.loads(host.call("GET", f"/_sim/journal?since={last}")[1])["entries"]
+            sent.setdefault(path.rsplit("/", 1)[1], set()).update((e["service"], e["command"]) for e in entries)
 
             def expect(target, sent, inside, code, label, prior=None):
                 nonlocal checked
@@ -151,6 +158,13 @@ def main(document, executable):
                     prior_body = None if prior is None else json.dumps(body_at(pointer, prior))
                     label = f"{pointer}={value if len(str(value)) < 20 else f'<{len(value)} characters>'}"
                     expect(path + example, json.dumps(body_at(pointer, value)), inside, REFUSED, label, prior_body)
+        table = api.doc["paths"]["/_sim/faults"]["post"]["x-fault-table"]
+        for name, commands in sent.items():
+            listed = {(s["service"], c["command"]) for s in table["services"] for c in s["commands"]
+                      if name in c["resources"]}
+            if listed != commands:
+                failures.append(f"x-fault-table: {name} sends {sorted(commands)}, the table lists {sorted(listed)}")
+            checked += 1
     finally:
         host.stop()
     for failure in failures:

@@ -15,6 +15,7 @@ const RESOURCE_PREFIX = '/api/';
 
 export async function loadDocument() {
   const response = await fetch(DOCUMENT_URL, { cache: 'no-store' });
+  watchAccess(response);
   if (!response.ok) {
     throw new Error(`GET ${DOCUMENT_URL} answered ${response.status}`);
   }
@@ -61,6 +62,12 @@ function channelDefault(param) {
   return String(Math.min(Math.max(FIRST_CHANNEL, min), max));
 }
 
+// A JSON pointer into the document, as the fragment of a link to it.
+export function documentLink(...keys) {
+  const pointer = keys.map((k) => String(k).replace(/~/g, '~0').replace(/\//g, '~1')).join('/');
+  return `${DOCUMENT_URL}#/${pointer.split('/').map(encodeURIComponent).join('/')}`;
+}
+
 // One entry per resource path: its name, group, operations and schemas.
 export function resources(doc) {
   const list = [];
@@ -85,6 +92,10 @@ export function resources(doc) {
       tag: (op.tags || [])[0] || 'Other',
       summary: (put && !putSchema ? put.summary : null) || op.summary || '',
       about: (getSchema || putSchema || {}).description || '',
+      // What the operations add in words (what a body without a member
+      // does, what a reset returns), and the link to the path in the document.
+      notes: [get && get.description, put && put.description].filter(Boolean),
+      link: documentLink('paths', path),
       get,
       put,
       channel,
@@ -92,6 +103,8 @@ export function resources(doc) {
       // The form follows what the device answers; a write-only resource
       // follows its request body.
       schema: getSchema || putSchema,
+      // The rules a PUT's body is held to.
+      putSchema,
       writable: Boolean(putSchema),
       confirm: Boolean(put && put['x-confirm']),
       device: (get && get['x-device']) || (put && put['x-device']) || null,
@@ -111,6 +124,54 @@ export function groups(doc, list) {
   return names.filter((name) => list.some((r) => r.tag === name));
 }
 
+// The fault table of the host's simulated device ("x-fault-table" of POST
+// /_sim/faults), with the schema of a fault for the values' descriptions.
+export function faultTable(doc) {
+  const post = ((doc.paths || {})['/_sim/faults'] || {}).post || {};
+  const table = post['x-fault-table'] || { services: [], kinds: [] };
+  const body = post.requestBody ? jsonSchema(doc, resolve(doc, post.requestBody)) : null;
+  return { ...table, schema: body || {} };
+}
+
+// The layouts of the device's blocks and payloads, by service and command
+// ("x-layouts" of the inspection routes' GETs).
+export function layouts(doc) {
+  const of = (path) => ((((doc.paths || {})[path] || {}).get || {})['x-layouts']) || {};
+  return { isp: of('/_sim/isp/{command}/{channel}'), control: of('/_sim/control/{code}') };
+}
+
+// ---- access -------------------------------------------------------------
+
+// Called once when the host refuses the console's credentials (a 401: the
+// host was started again with another token).
+const refusedHooks = [];
+let refusedSeen = false;
+
+export function onAccessRefused(hook) {
+  refusedHooks.push(hook);
+}
+
+function watchAccess(response) {
+  if (response.status === 401 && !refusedSeen) {
+    refusedSeen = true;
+    for (const hook of refusedHooks) {
+      hook();
+    }
+  }
+}
+
+// How the host admits requests: "loopback", "token" or "open"; '' when it
+// does not say.
+export async function accessMode() {
+  try {
+    const response = await fetch('/_sim/access', { cache: 'no-store' });
+    watchAccess(response);
+    return response.ok ? (await response.json()).mode || '' : '';
+  } catch {
+    return '';
+  }
+}
+
 // ---- requests -----------------------------------------------------------
 
 // Requests go one at a time, each followed by the hooks (the live panel's
@@ -128,6 +189,13 @@ export function afterEachRequest(hook) {
   afterHooks.push(hook);
 }
 
+// Called with a request's method and URL when it leaves the queue.
+const startHooks = [];
+
+export function onRequestStart(hook) {
+  startHooks.push(hook);
+}
+
 export function serialized(task) {
   const run = queue.then(task, task);
   queue = run.catch(() => {});
@@ -143,6 +211,7 @@ async function send(method, url, body) {
   const answer = { method, url, status: 0, json: null, text: '' };
   try {
     const response = await fetch(url, init);
+    watchAccess(response);
     answer.status = response.status;
     answer.text = await response.text();
     try {
@@ -157,11 +226,16 @@ async function send(method, url, body) {
 }
 
 // A request to the module's resources: sent in turn, between the hooks
-// (the live panel's polls), before the answer is handed back.
-export function request(method, url, body) {
+// (the live panel's polls), before the answer is handed back. `started` is
+// called when its turn comes.
+export function request(method, url, body, started = () => {}) {
   return serialized(async () => {
     for (const hook of beforeHooks) {
       await hook();
+    }
+    started();
+    for (const hook of startHooks) {
+      hook(method, url);
     }
     const answer = await send(method, url, body);
     for (const hook of afterHooks) {
@@ -228,6 +302,7 @@ export class SincePoller {
 
   async poll() {
     const response = await fetch(`${this.route}?since=${this.since}`, { cache: 'no-store' });
+    watchAccess(response);
     if (!response.ok) {
       throw new Error(`GET ${this.route} answered ${response.status}`);
     }
@@ -250,5 +325,17 @@ export class SincePoller {
     const items = all.filter((item) => item.seq > this.since);
     this.since = Math.max(last, highest);
     return { items, dropped };
+  }
+
+  // The items after the mark, leaving the mark where it is ([] when the host
+  // cannot be asked).
+  async peek() {
+    try {
+      const response = await fetch(`${this.route}?since=${this.since}`, { cache: 'no-store' });
+      const body = response.ok ? await response.json() : {};
+      return (Array.isArray(body[this.key]) ? body[this.key] : []).filter((item) => !(item.seq <= this.since));
+    } catch {
+      return [];
+    }
   }
 }

@@ -69,13 +69,17 @@ function limitsOf(schema, ranges) {
 }
 
 // A control of one member, with what every field has: its path, a label, the
-// last value set, whether the person touched it.
-function leafField(ctx, name, schema, control, read, write, extra = []) {
+// last value set, whether the person touched it, and a place to say what is
+// wrong with the value it holds.
+function leafField(ctx, name, schema, control, read, write, extra = [], kind = '') {
   const id = control.id || newId(name);
   control.id = id;
   control.dataset.path = ctx.path;
+  const problem = element('p', { class: 'problem', id: `${id}-problem`, hidden: true });
   const field = {
     kind: 'leaf',
+    path: ctx.path,
+    control,
     initial: undefined,
     touched: false,
     element: null,
@@ -84,6 +88,12 @@ function leafField(ctx, name, schema, control, read, write, extra = []) {
       field.touched = false;
       write(value);
     },
+    // Shows a value the device does not hold (one it refused) as changed, so
+    // that Apply sends it again.
+    keep(value) {
+      write(value);
+      field.touched = true;
+    },
     value: read,
     changed() {
       const v = read();
@@ -91,6 +101,21 @@ function leafField(ctx, name, schema, control, read, write, extra = []) {
         return undefined;
       }
       return field.initial === undefined || !sameValue(v, field.initial) ? v : undefined;
+    },
+    // Marks the value as refused, saying why and what the device holds.
+    mark(texts) {
+      problem.textContent = texts.join('; ');
+      problem.hidden = false;
+      field.element.classList.add('refused');
+      control.setAttribute('aria-invalid', 'true');
+      describe(control, problem.id, true);
+    },
+    unmark() {
+      problem.hidden = true;
+      problem.textContent = '';
+      field.element.classList.remove('refused');
+      control.removeAttribute('aria-invalid');
+      describe(control, problem.id, false);
     },
   };
   const mark = () => {
@@ -103,28 +128,57 @@ function leafField(ctx, name, schema, control, read, write, extra = []) {
   if (ctx.readOnly) {
     control.setAttribute(control.tagName === 'INPUT' && control.type !== 'checkbox' ? 'readonly' : 'disabled', '');
   }
+  // The member's description, whole: a person reads it without hovering.
   const hint = schema.description
-    ? element('small', { class: 'hint', id: `${id}-about`, title: schema.description, text: schema.description })
+    ? element('small', { class: 'hint', id: `${id}-about`, text: schema.description })
     : null;
   if (hint) {
-    control.setAttribute('aria-describedby',
-      [control.getAttribute('aria-describedby'), hint.id].filter(Boolean).join(' '));
+    describe(control, hint.id, true);
   }
-  field.element = element('div', { class: 'field' },
-    element('label', { for: id, text: name }), control, ...extra, hint);
+  field.element = element('div', { class: kind ? `field ${kind}` : 'field' },
+    element('label', { for: id, text: name }), control, ...extra, problem, hint);
+  if (ctx.registry) {
+    ctx.registry.set(ctx.path, field);
+  }
   return field;
+}
+
+// Adds or removes one id of an element's aria-describedby.
+function describe(control, id, add) {
+  const ids = (control.getAttribute('aria-describedby') || '').split(' ').filter((x) => x && x !== id);
+  if (add) {
+    ids.push(id);
+  }
+  if (ids.length > 0) {
+    control.setAttribute('aria-describedby', ids.join(' '));
+  } else {
+    control.removeAttribute('aria-describedby');
+  }
 }
 
 function sameValue(a, b) {
   return JSON.stringify(a) === JSON.stringify(b);
 }
 
+// A flag as a switch. Before the first read it is in a third state of its
+// own, drawn apart from on and off and named in words beside it.
 function switchField(ctx, name, schema) {
   const box = element('input', { type: 'checkbox', role: 'switch' });
+  const state = element('span', { class: 'switch-state', id: newId(`${name}-state`) });
+  const sync = () => {
+    const unknown = box.indeterminate;
+    state.textContent = unknown
+      ? (ctx.writeOnly ? 'not set: the device does not answer a read' : 'not read yet')
+      : (box.checked ? 'on' : 'off');
+    state.dataset.state = unknown ? 'unknown' : (box.checked ? 'on' : 'off');
+  };
+  box.addEventListener('change', sync);
+  describe(box, state.id, true);
   return leafField(ctx, name, schema, box, () => (box.indeterminate ? undefined : box.checked), (v) => {
     box.indeterminate = v === undefined;
     box.checked = Boolean(v);
-  });
+    sync();
+  }, [state], 'switch');
 }
 
 // Empty: not given. A fraction for an integer member goes as typed: the
@@ -216,7 +270,10 @@ function choiceField(ctx, name, schema, choices) {
 }
 
 // A long text of digits (weights per region) is also shown as a grid with one
-// cell per character, rows as square as the length allows.
+// cell per character, rows as square as the length allows. The grid is one
+// tab stop: the arrow keys move within it (Home, End: the row's ends;
+// Ctrl+Home, Ctrl+End: the first and last cell) and a digit typed sets the
+// cell and moves on.
 const GRID_MIN_LENGTH = 16;
 
 function gridColumns(length) {
@@ -227,8 +284,19 @@ function gridColumns(length) {
 function textField(ctx, name, schema) {
   const input = element('input', { type: 'text', maxlength: schema.maxLength, pattern: schema.pattern,
     spellcheck: 'false', autocomplete: 'off', class: 'text' });
-  const grid = element('div', { class: 'digit-grid', role: 'group', hidden: true });
+  const grid = element('div', { class: 'digit-grid', role: 'grid', hidden: true });
   let cells = [];
+  let active = 0;
+  const focusCell = (i) => {
+    cells[active].tabIndex = -1;
+    active = i;
+    cells[i].tabIndex = 0;
+    cells[i].focus();
+  };
+  const setDigit = (i, digit) => {
+    input.value = input.value.slice(0, i) + digit + input.value.slice(i + 1);
+    input.dispatchEvent(new Event('input'));
+  };
   const renderGrid = () => {
     const text = input.value;
     const show = text.length >= GRID_MIN_LENGTH && /^[0-9]+$/.test(text);
@@ -237,38 +305,61 @@ function textField(ctx, name, schema) {
       return;
     }
     if (cells.length === text.length) {
-      cells.forEach((cell, i) => { cell.value = text[i]; });
+      cells.forEach((cell, i) => {
+        cell.textContent = text[i];
+        cell.dataset.digit = text[i];
+      });
       return;
     }
     const columns = gridColumns(text.length);
+    const rows = Math.ceil(text.length / columns);
     grid.style.setProperty('--columns', columns);
-    grid.setAttribute('aria-label', `${name} as a grid of ${columns} columns (arrow keys move)`);
+    grid.setAttribute('aria-label', `${name}, ${rows} rows of ${columns} (arrow keys move, a digit sets the cell)`);
+    grid.setAttribute('aria-rowcount', rows);
+    grid.setAttribute('aria-colcount', columns);
+    if (ctx.readOnly) {
+      grid.setAttribute('aria-readonly', 'true');
+    }
+    active = Math.min(active, text.length - 1);
     cells = [...text].map((ch, i) => {
-      const cell = element('input', {
-        type: 'text', inputmode: 'numeric', maxlength: 1, value: ch, class: 'cell', readonly: ctx.readOnly,
-        'aria-label': `${name} row ${Math.floor(i / columns) + 1} column ${(i % columns) + 1}`,
+      const cell = element('div', { role: 'gridcell', class: 'cell', tabindex: i === active ? '0' : '-1',
+        'aria-colindex': (i % columns) + 1, text: ch });
+      cell.dataset.digit = ch;
+      cell.addEventListener('focus', () => {
+        cells[active].tabIndex = -1;
+        active = i;
+        cell.tabIndex = 0;
       });
-      cell.addEventListener('focus', () => cell.select());
-      cell.addEventListener('input', () => {
-        const ch2 = cell.value.slice(-1) || '0';
-        cell.value = ch2;
-        input.value = input.value.slice(0, i) + ch2 + input.value.slice(i + 1);
-        input.dispatchEvent(new Event('input'));
-        if (i + 1 < cells.length) {
-          cells[i + 1].focus();
-        }
-      });
+      cell.addEventListener('click', () => focusCell(i));
       cell.addEventListener('keydown', (event) => {
-        const moves = { ArrowRight: 1, ArrowLeft: -1, ArrowDown: columns, ArrowUp: -columns };
-        const to = i + (moves[event.key] || 0);
-        if (moves[event.key] && to >= 0 && to < cells.length) {
+        const row = Math.floor(i / columns);
+        const moves = {
+          ArrowRight: i + 1, ArrowLeft: i - 1, ArrowDown: i + columns, ArrowUp: i - columns,
+          Home: event.ctrlKey ? 0 : row * columns,
+          End: event.ctrlKey ? cells.length - 1 : Math.min(row * columns + columns, cells.length) - 1,
+        };
+        if (event.key in moves) {
           event.preventDefault();
-          cells[to].focus();
+          const to = moves[event.key];
+          if (to >= 0 && to < cells.length) {
+            focusCell(to);
+          }
+        } else if (/^[0-9]$/.test(event.key) && !ctx.readOnly && !event.ctrlKey && !event.altKey) {
+          event.preventDefault();
+          setDigit(i, event.key);
+          if (i + 1 < cells.length) {
+            focusCell(i + 1);
+          }
         }
       });
       return cell;
     });
-    grid.replaceChildren(...cells);
+    const rowElements = [];
+    for (let r = 0; r < rows; r++) {
+      rowElements.push(element('div', { role: 'row', class: 'grid-row', 'aria-rowindex': r + 1 },
+        cells.slice(r * columns, r * columns + columns)));
+    }
+    grid.replaceChildren(...rowElements);
   };
   input.addEventListener('input', renderGrid);
   const limit = schema.maxLength !== undefined ? element('span', { class: 'range', text: `at most ${schema.maxLength} characters` }) : null;
@@ -402,7 +493,11 @@ export function field(ctx, name, rawSchema) {
 
 // The fields of a resource's record. `ctx`: doc, ranges (the device's, by
 // member of the Capability record), readOnly, writeOnly (no values to read:
-// every touched member counts as changed), onChange.
+// every touched member counts as changed), onChange. The result's `fields`
+// holds its member fields by path ("a.b", "list[0].c").
 export function recordFields(ctx, schema) {
-  return objectField({ ...ctx, path: '' }, '', resolve(ctx.doc, schema), false);
+  const registry = new Map();
+  const root = objectField({ ...ctx, path: '', registry }, '', resolve(ctx.doc, schema), false);
+  root.fields = registry;
+  return root;
 }
