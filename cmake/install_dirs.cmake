@@ -5,13 +5,23 @@
 # runs from where it lies.
 include(GNUInstallDirs)
 
-# The stand-in platform libraries: in a directory of their own, reached only
-# through the run paths of the host and the module, never the loader's path.
-set(ISPIAAS_INSTALL_PRIVATE_LIBDIR ${CMAKE_INSTALL_LIBDIR}/ispiaas)
+# The module is a plug-in, loaded by its file name, not a library programs
+# link against: it lies in a directory of the project's own under the
+# multiarch library directory (lib/x86_64-linux-gnu/ispiaas,
+# lib/arm-linux-gnueabihf/ispiaas), off the loader's path, with the stand-in
+# platform libraries beside it. GNUInstallDirs names the multiarch directory
+# only for the prefix /usr, and the presets keep the default prefix, so the
+# triplet is added here where the library directory lacks it.
+if(CMAKE_LIBRARY_ARCHITECTURE AND NOT CMAKE_INSTALL_LIBDIR MATCHES "/${CMAKE_LIBRARY_ARCHITECTURE}$")
+  set(ISPIAAS_INSTALL_PLUGINDIR ${CMAKE_INSTALL_LIBDIR}/${CMAKE_LIBRARY_ARCHITECTURE}/ispiaas)
+else()
+  set(ISPIAAS_INSTALL_PLUGINDIR ${CMAKE_INSTALL_LIBDIR}/ispiaas)
+endif()
 set(ISPIAAS_INSTALL_CONSOLEDIR ${CMAKE_INSTALL_DATADIR}/ispiaas/console)
 
-# From the executable's directory to the library and console directories,
-# e.g. "../lib" and "../share/ispiaas/console".
-file(RELATIVE_PATH ISPIAAS_BIN_TO_LIBDIR ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+# From the executable's directory to the plug-in and console directories,
+# e.g. "../lib/x86_64-linux-gnu/ispiaas" and "../share/ispiaas/console".
+file(RELATIVE_PATH ISPIAAS_BIN_TO_PLUGINDIR ${CMAKE_INSTALL_FULL_BINDIR}
+     ${CMAKE_INSTALL_PREFIX}/${ISPIAAS_INSTALL_PLUGINDIR})
 file(RELATIVE_PATH ISPIAAS_BIN_TO_CONSOLEDIR ${CMAKE_INSTALL_FULL_BINDIR}
      ${CMAKE_INSTALL_PREFIX}/${ISPIAAS_INSTALL_CONSOLEDIR})

@@ -10,42 +10,12 @@ the commands its operations send the device (from the journal). Exits 77 when th
 
 usage: check_strictness.py DOCUMENT DEVHOST"""
 import json
-import subprocess
 import sys
-import urllib.error
-import urllib.request
 
 from api_document import ApiDocument
+from devhost import Host
 
 REFUSED = 4
-
-
-class Host:
-    def __init__(self, executable):
-        self.process = subprocess.Popen([executable, "--listen", "127.0.0.1:0", "--log", "/dev/null"],
-                                        stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
-        self.port = None
-        for line in self.process.stdout:
-            if line.startswith("ispiaas-devhost: serving http://127.0.0.1:"):
-                self.port = int(line.split(":")[3].split("/")[0])
-                break
-        if self.port is None:
-            status = self.process.wait()
-            sys.exit(77 if status == 77 else f"the host did not start (exit {status})")
-
-    def call(self, method, target, body=None):
-        """HTTP status and the answer's text."""
-        request = urllib.request.Request(f"http://127.0.0.1:{self.port}{target}", method=method,
-                                         data=None if body is None else body.encode())
-        try:
-            with urllib.request.urlopen(request, timeout=30) as answer:
-                return answer.status, answer.read().decode()
-        except urllib.error.HTTPError as refused:
-            return refused.code, refused.read().decode()
-
-    def stop(self):
-        self.process.terminate()
-        self.process.wait()
 
 
 def body_at(pointer, value):
