@@ -11,7 +11,7 @@
 #ifndef QTNAPI_ISP_CMD_H
 #define QTNAPI_ISP_CMD_H
 
-#include "qtnapi_isp_frame.h"
+#include "qtnapi_isp_stage.h"
 
 template <class T>
 struct IspCmdResource {

@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-#include "qtnapi_isp_frame.h"
+#include "qtnapi_isp_stage.h"
 #include "ability.h"
 #include "qtnapi_isp_srv.h"
 

@@ -1,7 +1,7 @@
 // Maintenance resources: restore defaults and the four resets.
 #include "qtnapi_isp_maint.h"
 
-#include "qtnapi_isp_frame.h"
+#include "qtnapi_isp_stage.h"
 #include "qtnapi_isp_srv.h"
 
 namespace {

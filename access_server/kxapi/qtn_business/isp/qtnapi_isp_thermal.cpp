@@ -6,7 +6,7 @@
 #include <array>
 #include <cstring>
 
-#include "qtnapi_isp_frame.h"
+#include "qtnapi_isp_stage.h"
 #include "qtnapi_isp_srv.h"
 
 // ---- Codec instances, exported for the server and the other modules ----

@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "qtnapi_isp_cmd.h"
-#include "qtnapi_isp_frame.h"
+#include "qtnapi_isp_stage.h"
 #include "qtnapi_isp_srv.h"
 
 // ---- Fake ratio: read-only, no operation log ----

@@ -1,4 +1,4 @@
-#include "qtnapi_isp_frame.h"
+#include "qtnapi_isp_stage.h"
 
 #include <cstdlib>
 #include <string>

@@ -1,14 +1,15 @@
 /*
- * What every stage of the ISP module does the same way: the argument check,
- * the ChannelId rule, diagnostics, the operation-log pair, allocation and
- * bounds-checked fills of records, ISP service reads and writes that report
- * their failure, and hanging records on the request context.
+ * The stage helpers, what every stage of the ISP module does the same way:
+ * the argument check, the ChannelId rule, diagnostics, the operation-log
+ * pair, allocation and bounds-checked fills of records, ISP service reads and
+ * writes that report their failure, and hanging records on the request
+ * context.
  *
  * Helpers that write a diagnostic take the caller's source line, so that the
  * line names the stage's own call.
  */
-#ifndef QTNAPI_ISP_FRAME_H
-#define QTNAPI_ISP_FRAME_H
+#ifndef QTNAPI_ISP_STAGE_H
+#define QTNAPI_ISP_STAGE_H
 
 #include <cstdint>
 #include <cstdlib>
@@ -392,4 +393,4 @@ int IspFormatPut(const char* name, tagHTTP_HEADER_S* header, VW_RESULT_TYPE resu
     return FormatCommonStatus(header, VW_SUCCESS, ctIn, buf);
 }
 
-#endif /* QTNAPI_ISP_FRAME_H */
+#endif /* QTNAPI_ISP_STAGE_H */
