@@ -68,7 +68,8 @@ constexpr IspResource<_IspAbility> kCapability = {
             "%s[%s:%llu] 获取图像能力集参数成功. 亮度最小值:%lld, 亮度最大值:%lld, 锐化最小值:%lld, 锐化最大值:%lld, "
             "色度最小值:%lld, 色度最大值:%lld, 对比度最小值:%lld, 对比度最大值:%lld, 饱和度最小值:%lld, "
             "饱和度最大值:%lld, sensor水平尺寸:%lf, sensor垂直尺寸:%lf.",
-            "%s[%s:%llu] Get ISP Capability Fail.", "%s[%s:%llu] 获取图像能力集参数失败."},
+            "%s[%s:%llu] Get ISP Capability Fail.",
+            "%s[%s:%llu] 获取图像能力集参数失败."},
     .logValues = LogCapability,
 };
 
@@ -95,7 +96,8 @@ constexpr IspResource<_AfStatusInfo> kAfStatus = {
             ",calibrateState:%u.",
             "%s[%s:%llu] 获取图像自动聚焦状态参数成功. 水平视场角: %lf, 垂直视场角:%lf, 当前倍率:%lf, "
             "聚焦标定状态:%u.",
-            "%s[%s:%llu] Get ISP Af Status Param Fail.", "%s[%s:%llu] 获取图像自动聚焦状态参数失败."},
+            "%s[%s:%llu] Get ISP Af Status Param Fail.",
+            "%s[%s:%llu] 获取图像自动聚焦状态参数失败."},
     .logValues = LogAfStatus,
 };
 
@@ -132,7 +134,8 @@ constexpr IspResource<_AfCalibratePointAttr> kAfPlane = {
     .fromBlock = [](const uint8_t* block, _AfCalibratePointAttr& plane) { plane = AfPlaneFromBlock(block); },
     .get = {"%s[%s:%llu] Get ISP Af PlanePoint Param Successfully. " AF_PLANE_VALUES_EN,
             "%s[%s:%llu] 获取图像自动聚焦平面标定点参数成功. " AF_PLANE_VALUES_CN,
-            "%s[%s:%llu] Get ISP Af PlanePoint Param Fail.", "%s[%s:%llu] 获取图像自动聚焦平面标定点参数失败."},
+            "%s[%s:%llu] Get ISP Af PlanePoint Param Fail.",
+            "%s[%s:%llu] 获取图像自动聚焦平面标定点参数失败."},
     .logValues = LogAfPlane,
 };
 
