@@ -8,7 +8,7 @@
 
 #include "http_front.h"
 #include "kxapi_business_common.h"
-#include "qtnapi_isp_frame.h"
+#include "qtnapi_isp_stage.h"
 #include "stage_table.h"
 
 namespace devhost::contract {

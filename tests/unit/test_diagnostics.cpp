@@ -6,7 +6,7 @@
 #include <set>
 
 #include "doubles.h"
-#include "qtnapi_isp_frame.h"
+#include "qtnapi_isp_stage.h"
 
 namespace {
 

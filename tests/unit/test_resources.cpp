@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <set>
-#include <tuple>
 
 #include "world.h"
 
@@ -32,7 +31,8 @@ protected:
     static std::vector<uint8_t> Params(size_t size)
     {
         const auto& body = Control().sent.back().body;
-        return {body.begin() + 8, body.begin() + 8 + static_cast<long>(size)};
+        const auto params = body.begin() + at::kCmdParams;
+        return {params, params + static_cast<long>(size)};
     }
 };
 
@@ -90,7 +90,7 @@ TEST_F(Resource, ThermalPutWritesTheWholeMergedBlock)
     words[5] = 5;
     words[6] = 15;
     std::vector<uint8_t> expected = ThermalBlock(words);
-    PutAt<uint32_t>(expected, 96, 0);
+    PutAt<uint32_t>(expected, at::kThermalReserved, 0);
     EXPECT_EQ(Written(), expected);
 }
 
@@ -106,11 +106,11 @@ TEST_F(Resource, ThermalCorrectionValuesOutsideTheirSetsAreRefused)
         Request req("PUT", kUrl, body.c_str());
         return Perform(kThermalPut, req).result;
     };
-    const auto check = [](int result, bool accepted, int value, int offset) {
+    const auto check = [](int result, bool accepted, int value, size_t offset) {
         EXPECT_EQ(result, accepted ? 0 : 4) << value;
         if (accepted) {
             const std::vector<uint8_t> written = Written();
-            ASSERT_EQ(written.size(), THERMAL_BLOCK_SIZE) << value;
+            ASSERT_EQ(written.size(), at::kThermalBlock) << value;
             EXPECT_EQ(GetAt<uint32_t>(written.data(), offset), static_cast<uint32_t>(value));
         } else {
             EXPECT_EQ(Isp().requests.size(), 1u) << value;
@@ -119,12 +119,12 @@ TEST_F(Resource, ThermalCorrectionValuesOutsideTheirSetsAreRefused)
         }
     };
     for (int time = -1; time <= 61; ++time) {
-        check(put(time, 10), times.count(time) != 0, time, 20);
+        check(put(time, 10), times.count(time) != 0, time, at::kThermalWord[5]);
     }
     for (int temperature = -1; temperature <= 16; ++temperature) {
-        check(put(45, temperature), temperatures.count(temperature) != 0, temperature, 24);
+        check(put(45, temperature), temperatures.count(temperature) != 0, temperature, at::kThermalWord[6]);
     }
-    check(put(7, 2), false, 7, 20);
+    check(put(7, 2), false, 7, at::kThermalWord[5]);
 }
 
 // ---- White balance and extreme colour ----
@@ -148,7 +148,8 @@ TEST_F(Resource, AwbTextIsLaidOverTheCurrentField)
     for (const auto& [body, field] : cases) {
         Install();
         const std::vector<uint8_t>& payload = Control().payloads[VW_CMD_AWB] = Payload(current);
-        std::vector<uint8_t> expected(payload.begin() + 8, payload.begin() + 8 + AWB_WEIGHTS_LEN);
+        const auto text = payload.begin() + at::kCmdParams;
+        std::vector<uint8_t> expected(text, text + at::kAwbText);
         Request req("PUT", kUrl, body.c_str());
         const int result = Perform(kAwbPut, req).result;
         ASSERT_EQ(Control().sent.size(), field.empty() ? 1u : 2u) << body;
@@ -160,7 +161,7 @@ TEST_F(Resource, AwbTextIsLaidOverTheCurrentField)
         }
         EXPECT_EQ(result, 0) << body;
         std::copy(field.begin(), field.end(), expected.begin());
-        EXPECT_EQ(Params(AWB_WEIGHTS_LEN), expected) << body;
+        EXPECT_EQ(Params(at::kAwbText), expected) << body;
     }
 }
 
@@ -221,10 +222,10 @@ TEST_F(Resource, AfPlaneSwitchByteIsRewrittenOnlyWhenNamed)
                                                      {R"({"enable": 0})", 0}};
     for (const auto& [body, sent] : cases) {
         Install();
-        Isp().blocks[{17, 1}][AF_PLANE_ENABLE_OFFSET] = 5;
+        Isp().blocks[{17, 1}][at::kAfEnable] = 5;
         Request req("PUT", kUrl, body);
         ASSERT_EQ(Perform(kAfPlanePut, req).result, 0) << body;
-        EXPECT_EQ(Written().at(AF_PLANE_ENABLE_OFFSET), sent) << body;
+        EXPECT_EQ(Written().at(at::kAfEnable), sent) << body;
         EXPECT_NE(doubles::OpLogs().at(0).en.find("Enable:" + std::to_string(sent) + ","), std::string::npos);
     }
 }
@@ -240,11 +241,17 @@ TEST_F(Resource, AdaptationBlocksAreRewrittenFromTheConfiguration)
         uint16_t command;
         int32_t flag;
         uint32_t state, written;
-    } cases[] = {{kResetFog, 7, 0, 5, 0xf0f0}, {kResetBacklight, 6, 1, 0, 3}, {kResetBacklight, 6, 1, 5, 3},
-                 {kResetBacklight, 6, 0, 3, 0}, {kResetBacklight, 6, 0, 2, 2}, {kResetBacklight, 6, 0, 4, 4}};
+    } cases[] = {
+        {.flow = kResetFog, .command = 7, .flag = 0, .state = 5, .written = 0xf0f0},
+        {.flow = kResetBacklight, .command = 6, .flag = 1, .state = 0, .written = 3},
+        {.flow = kResetBacklight, .command = 6, .flag = 1, .state = 5, .written = 3},
+        {.flow = kResetBacklight, .command = 6, .flag = 0, .state = 3, .written = 0},
+        {.flow = kResetBacklight, .command = 6, .flag = 0, .state = 2, .written = 2},
+        {.flow = kResetBacklight, .command = 6, .flag = 0, .state = 4, .written = 4},
+    };
     for (const auto& c : cases) {
         Install();
-        PutAt<int32_t>(Control().payloads[VW_CMD_ADAPT_CONFIG_GET], ADAPT_REPLY_BACKLIGHT - 200, c.flag);
+        PutAt<int32_t>(Control().payloads[VW_CMD_ADAPT_CONFIG_GET], at::kConfigBacklight - at::kReplyPayload, c.flag);
         std::vector<uint8_t> block = {0, 0, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12};
         PutAt(block, 0, c.state);
         Isp().blocks[{c.command, 1}] = block;
@@ -260,15 +267,22 @@ TEST_F(Resource, AdaptationBlocksAreRewrittenFromTheConfiguration)
 // the configured speed value, sent back with the set command.
 TEST_F(Resource, CommandParametersAsSent)
 {
-    const std::tuple<Flow, const char*, uint32_t> cases[] = {
-        {kExtrePut, "{}", 4294967295u}, {kExtrePut, R"({"fusionStrength": 7})", 7}, {kResetSpeed, nullptr, 77}};
-    for (const auto& [flow, body, value] : cases) {
+    const struct {
+        Flow flow;
+        const char* body = nullptr;
+        uint32_t value;
+    } cases[] = {
+        {.flow = kExtrePut, .body = "{}", .value = 4294967295u},
+        {.flow = kExtrePut, .body = R"({"fusionStrength": 7})", .value = 7},
+        {.flow = kResetSpeed, .value = 77},
+    };
+    for (const auto& c : cases) {
         Install();
-        Request req("PUT", kUrl, body);
-        EXPECT_EQ(Perform(flow, req).result, 0);
-        std::vector<uint8_t> params(VW_CMD_BODY_LEN - 8, 0);
-        PutAt<uint32_t>(params, 0, value);
-        EXPECT_EQ(Params(params.size()), params) << value;
+        Request req("PUT", kUrl, c.body);
+        EXPECT_EQ(Perform(c.flow, req).result, 0);
+        std::vector<uint8_t> params(VW_CMD_BODY_LEN - at::kCmdParams, 0);
+        PutAt<uint32_t>(params, 0, c.value);
+        EXPECT_EQ(Params(params.size()), params) << c.value;
     }
 }
 

@@ -131,7 +131,7 @@ TEST_P(FormatWithoutRecord, GetAnswersTheEnvelopePutNothing)
 INSTANTIATE_TEST_SUITE_P(FormatStages, FormatWithoutRecord, testing::ValuesIn(FormatStages()), ByName);
 
 // Parse needs the current settings, RunPut the request record: without it,
-// "null point" and 1, and nothing is sent.
+// "null point" and 1; nothing is sent, hung or entered in the log.
 TEST(MissingRecord, StopsTheStageThatNeedsIt)
 {
     const AnyStage stages[] = {STAGE(parse, ParsePutIspIaasAwb),
@@ -151,6 +151,7 @@ TEST(MissingRecord, StopsTheStageThatNeedsIt)
         EXPECT_EQ(doubles::Isp().opens, 0);
         EXPECT_TRUE(doubles::Control().sent.empty());
         EXPECT_TRUE(req.Slot(0) == nullptr && req.Slot(1) == nullptr && req.Slot(2) == nullptr);
+        EXPECT_TRUE(doubles::OpLogs().empty()) << stage.name;
     }
 }
 

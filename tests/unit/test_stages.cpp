@@ -8,6 +8,7 @@
 #include <array>
 #include <cstring>
 #include <functional>
+#include <optional>
 
 #include "world.h"
 
@@ -53,30 +54,38 @@ struct ExchangeCase {
     const char* name;
     Flow flow;
     const char* url;
-    std::vector<std::string> service;   // ISP service exchanges
-    std::vector<std::string> commands;  // control-process commands and ability queries
+    std::vector<std::string> service = {};   // ISP service exchanges
+    std::vector<std::string> commands = {};  // control-process commands and ability queries
     friend void PrintTo(const ExchangeCase& c, std::ostream* os) { *os << c.name; }
 };
 
 const ExchangeCase kExchanges[] = {
-    {"FakeRatioReadsNoChannelId", kFakeRatio, "/isp", {"read 28@0 608"}, {}},
-    {"Capability", kCapability, "/isp?ChannelId=104", {"read 5@0 40"}, {"ability 101/0"}},
-    {"AfStatus", kAfStatus, "/isp?ChannelId=105", {"read 17@0 1240"}, {}},
-    {"AfPlaneGet", kAfPlaneGet, "/isp?ChannelId=102", {"read 17@1 1240"}, {}},
-    {"AfPlanePut", kAfPlanePut, "/isp?ChannelId=101", {"read 17@0 1240 as allocated", "write 17@0 1240"}, {}},
-    {"AwbGet", kAwbGet, "/isp?ChannelId=7", {}, {"read 3231 client"}},
-    {"AwbPut", kAwbPut, "/isp?ChannelId=7", {}, {"read 3231 sock", "write 3231 client"}},
-    {"ExtreGet", kExtreGet, "/isp?ChannelId=0", {}, {"read 3229 client"}},
-    {"ExtrePut", kExtrePut, "/isp?ChannelId=7", {}, {"read 3229 sock", "write 3229 client"}},
-    {"Lock", kLock, "/isp?ChannelId=103", {"create 16@2 4 untimed"}, {}},
-    {"LockChannelWrapsBelow101", kLock, "/isp?ChannelId=100", {"create 16@4294967295 4 untimed"}, {}},
-    {"ThermalGet", kThermalGet, "/isp?ChannelId=102", {"read 25@2 100"}, {}},
-    {"ThermalPut", kThermalPut, "/isp?ChannelId=102", {"read 25@2 100 as allocated", "write 25@2 100"}, {}},
-    {"RestoreReadsNoChannelId", kRestore, "/isp", {"write 27@- 0 untimed"}, {}},
-    {"ResetThermal", kResetThermal, "/isp?ChannelId=102", {"reset 25@1 0 untimed"}, {}},
-    {"ResetFog", kResetFog, "/isp?ChannelId=103", {"read 7@2 16 as allocated", "write 7@2 16"}, {"read 3213 client"}},
-    {"ResetSpeed", kResetSpeed, "/isp?ChannelId=5", {}, {"read 3213 client", "write 3210 client"}},
-    {"ResetBacklight", kResetBacklight, "/isp?ChannelId=103", {"read 6@2 16", "write 6@2 16"}, {"read 3213 client"}},
+    {.name = "FakeRatioReadsNoChannelId", .flow = kFakeRatio, .url = "/isp", .service = {"read 28@0 608"}},
+    {.name = "Capability", .flow = kCapability, .url = "/isp?ChannelId=104", .service = {"read 5@0 40"},
+     .commands = {"ability 101/0"}},
+    {.name = "AfStatus", .flow = kAfStatus, .url = "/isp?ChannelId=105", .service = {"read 17@0 1240"}},
+    {.name = "AfPlaneGet", .flow = kAfPlaneGet, .url = "/isp?ChannelId=102", .service = {"read 17@1 1240"}},
+    {.name = "AfPlanePut", .flow = kAfPlanePut, .url = "/isp?ChannelId=101",
+     .service = {"read 17@0 1240 as allocated", "write 17@0 1240"}},
+    {.name = "AwbGet", .flow = kAwbGet, .url = "/isp?ChannelId=7", .commands = {"read 3231 client"}},
+    {.name = "AwbPut", .flow = kAwbPut, .url = "/isp?ChannelId=7", .commands = {"read 3231 sock", "write 3231 client"}},
+    {.name = "ExtreGet", .flow = kExtreGet, .url = "/isp?ChannelId=0", .commands = {"read 3229 client"}},
+    {.name = "ExtrePut", .flow = kExtrePut, .url = "/isp?ChannelId=7",
+     .commands = {"read 3229 sock", "write 3229 client"}},
+    {.name = "Lock", .flow = kLock, .url = "/isp?ChannelId=103", .service = {"create 16@2 4 untimed"}},
+    {.name = "LockChannelWrapsBelow101", .flow = kLock, .url = "/isp?ChannelId=100",
+     .service = {"create 16@4294967295 4 untimed"}},
+    {.name = "ThermalGet", .flow = kThermalGet, .url = "/isp?ChannelId=102", .service = {"read 25@2 100"}},
+    {.name = "ThermalPut", .flow = kThermalPut, .url = "/isp?ChannelId=102",
+     .service = {"read 25@2 100 as allocated", "write 25@2 100"}},
+    {.name = "RestoreReadsNoChannelId", .flow = kRestore, .url = "/isp", .service = {"write 27@- 0 untimed"}},
+    {.name = "ResetThermal", .flow = kResetThermal, .url = "/isp?ChannelId=102", .service = {"reset 25@1 0 untimed"}},
+    {.name = "ResetFog", .flow = kResetFog, .url = "/isp?ChannelId=103",
+     .service = {"read 7@2 16 as allocated", "write 7@2 16"}, .commands = {"read 3213 client"}},
+    {.name = "ResetSpeed", .flow = kResetSpeed, .url = "/isp?ChannelId=5",
+     .commands = {"read 3213 client", "write 3210 client"}},
+    {.name = "ResetBacklight", .flow = kResetBacklight, .url = "/isp?ChannelId=103",
+     .service = {"read 6@2 16", "write 6@2 16"}, .commands = {"read 3213 client"}},
 };
 
 class Exchanges : public Stages, public testing::WithParamInterface<ExchangeCase> {};
@@ -134,50 +143,68 @@ struct ChannelCase {
     AnyStage stage;
     const char* url;
     int result;
-    size_t commandsBefore;  // commands sent before the rule is applied
+    bool configFirst = false;  // the adaptation configuration is read before the rule is applied
 };
 
-#define CHANNEL_CASES(kind, fn, ...) \
-    {STAGE(kind, fn), "/isp", 3, __VA_ARGS__}, {STAGE(kind, fn), "/isp?ChannelId=x", 3, __VA_ARGS__}, \
-    {STAGE(kind, fn), "/isp?ChannelId=-1", -1, __VA_ARGS__}
+#define CHANNEL_CASES(kind, fn, first)                                                            \
+    {.stage = STAGE(kind, fn), .url = "/isp", .result = 3, .configFirst = first},                 \
+        {.stage = STAGE(kind, fn), .url = "/isp?ChannelId=x", .result = 3, .configFirst = first}, \
+        {.stage = STAGE(kind, fn), .url = "/isp?ChannelId=-1", .result = -1, .configFirst = first}
 
 const ChannelCase kChannels[] = {
-    CHANNEL_CASES(run, RunGetIspIaasAfStatus, 0), CHANNEL_CASES(run, RunGetIspIaasAfPlanePoint, 0),
-    CHANNEL_CASES(run, RunGetIspIaasCapability, 0), CHANNEL_CASES(run, RunGetIspIaasAwb, 0),
-    CHANNEL_CASES(preProc, PreProcPutIspIaasAwb, 0), CHANNEL_CASES(run, RunPutIspIaasAwb, 0),
-    CHANNEL_CASES(run, RunGetIspIaasExtreColor, 0), CHANNEL_CASES(preProc, PreProcPutIspIaasExtreColor, 0),
-    CHANNEL_CASES(run, RunPutIspIaasExtreColor, 0), CHANNEL_CASES(preProc, PreProcPutIspIaasAfPlanePoint, 0),
-    CHANNEL_CASES(run, RunPutIspIaasResetSpeedAdapt, 0), CHANNEL_CASES(run, RunPutIspIaasResetFogAdapt, 1),
-    CHANNEL_CASES(run, RunPutIspIaasResetBackLightAdapt, 1),
-    CHANNEL_CASES(run, RunGetIspIaasThermal, 0), CHANNEL_CASES(preProc, PreProcPutIspIaasThermal, 0),
-    CHANNEL_CASES(run, RunPutIspIaasThermal, 0),
-    {STAGE(run, RunGetIspIaasThermal), "/isp?ChannelId=0", -1, 0},
-    {STAGE(preProc, PreProcPutIspIaasThermal), "/isp?ChannelId=101", -1, 0},
-    {STAGE(run, RunPutIspIaasThermal), "/isp?ChannelId=103", -1, 0},
+    CHANNEL_CASES(run, RunGetIspIaasAfStatus, false),
+    CHANNEL_CASES(run, RunGetIspIaasAfPlanePoint, false),
+    CHANNEL_CASES(run, RunGetIspIaasCapability, false),
+    CHANNEL_CASES(run, RunGetIspIaasAwb, false),
+    CHANNEL_CASES(preProc, PreProcPutIspIaasAwb, false),
+    CHANNEL_CASES(run, RunPutIspIaasAwb, false),
+    CHANNEL_CASES(run, RunGetIspIaasExtreColor, false),
+    CHANNEL_CASES(preProc, PreProcPutIspIaasExtreColor, false),
+    CHANNEL_CASES(run, RunPutIspIaasExtreColor, false),
+    CHANNEL_CASES(preProc, PreProcPutIspIaasAfPlanePoint, false),
+    CHANNEL_CASES(run, RunPutIspIaasResetSpeedAdapt, false),
+    CHANNEL_CASES(run, RunPutIspIaasResetFogAdapt, true),
+    CHANNEL_CASES(run, RunPutIspIaasResetBackLightAdapt, true),
+    CHANNEL_CASES(run, RunGetIspIaasThermal, false),
+    CHANNEL_CASES(preProc, PreProcPutIspIaasThermal, false),
+    CHANNEL_CASES(run, RunPutIspIaasThermal, false),
+    {.stage = STAGE(run, RunGetIspIaasThermal), .url = "/isp?ChannelId=0", .result = -1},
+    {.stage = STAGE(preProc, PreProcPutIspIaasThermal), .url = "/isp?ChannelId=101", .result = -1},
+    {.stage = STAGE(run, RunPutIspIaasThermal), .url = "/isp?ChannelId=103", .result = -1},
     // The thermal reset counts an unreadable ChannelId as a refused request.
-    {STAGE(run, RunPutIspIaasResetThermal), "/isp", 4, 0},
-    {STAGE(run, RunPutIspIaasResetThermal), "/isp?ChannelId=101", -1, 0},
+    {.stage = STAGE(run, RunPutIspIaasResetThermal), .url = "/isp", .result = 4},
+    {.stage = STAGE(run, RunPutIspIaasResetThermal), .url = "/isp?ChannelId=101", .result = -1},
     // Read unsigned: a negative value is unreadable.
-    {STAGE(run, RunPutIspIaasAfPlanePoint), "/isp", 3, 0}, {STAGE(run, RunPutIspIaasAfPlanePoint), "/isp?ChannelId=-1", 3, 0},
-    {STAGE(run, RunPutIspIaasAEExpLock), "/isp", 3, 0}, {STAGE(run, RunPutIspIaasAEExpLock), "/isp?ChannelId=-1", 3, 0},
+    {.stage = STAGE(run, RunPutIspIaasAfPlanePoint), .url = "/isp", .result = 3},
+    {.stage = STAGE(run, RunPutIspIaasAfPlanePoint), .url = "/isp?ChannelId=-1", .result = 3},
+    {.stage = STAGE(run, RunPutIspIaasAEExpLock), .url = "/isp", .result = 3},
+    {.stage = STAGE(run, RunPutIspIaasAEExpLock), .url = "/isp?ChannelId=-1", .result = 3},
 };
 
+// A refused ChannelId ends the stage with its result and its one diagnostic
+// (after the configuration read's trace where that comes first): nothing
+// else is sent, no slot is hung, and no operation-log entry is written.
 TEST_F(Stages, ChannelIdMustBeReadableAndInRange)
 {
     for (const ChannelCase& c : kChannels) {
         Install();
         Request req("PUT", c.url, "{}");
-        EXPECT_EQ(doubles::Invoke(c.stage, req), c.result) << c.stage.name << " " << c.url;
-        EXPECT_EQ(Control().sent.size(), c.commandsBefore) << c.stage.name << " " << c.url;
-        EXPECT_EQ(Isp().opens, 0) << c.stage.name;
-        EXPECT_TRUE(req.Slot(0) == nullptr && req.Slot(1) == nullptr && req.Slot(2) == nullptr) << c.stage.name;
-        ASSERT_EQ(Diags().size(), c.commandsBefore + 1) << c.stage.name << " " << c.url;  // the commands' traces
-        const std::string diag = Diags().back().text;
-        if (c.result == -1) {
-            EXPECT_EQ(diag, "[KXAPI]:" + std::string(std::strchr(c.url, '=') + 1) + ": nChannelID Error");
-        } else {
-            EXPECT_EQ(diag, "[KXAPI]:" + std::string(c.stage.name) + ", Query param get failed");
+        const std::string name = c.stage.name, url = c.url;
+        EXPECT_EQ(doubles::Invoke(c.stage, req), c.result) << name << " " << url;
+        std::vector<std::string> expected, texts;
+        if (c.configFirst) {
+            expected.push_back("[KXAPI]:" + name + ": httpReq[PUT " + url + "] sendCmd[3213] recvMsg[3214] Result[0]");
         }
+        expected.push_back(c.result == -1 ? "[KXAPI]:" + url.substr(url.find('=') + 1) + ": nChannelID Error"
+                                          : "[KXAPI]:" + name + ", Query param get failed");
+        for (const doubles::Diag& d : Diags()) {
+            texts.push_back(d.text);
+        }
+        EXPECT_EQ(texts, expected) << name << " " << url;
+        EXPECT_EQ(Control().sent.size(), c.configFirst ? 1u : 0u) << name << " " << url;
+        EXPECT_EQ(Isp().opens, 0) << name;
+        EXPECT_TRUE(req.Slot(0) == nullptr && req.Slot(1) == nullptr && req.Slot(2) == nullptr) << name;
+        EXPECT_TRUE(doubles::OpLogs().empty()) << name << " " << url;
     }
 }
 
@@ -210,14 +237,31 @@ Arm Refused(int code, int result)
 {
     return [=](Request&) { Control().results[code] = result; };
 }
+Arm WritesRefused()
+{
+    return [](Request&) { WritesFail(); };
+}
+
+// An operation-log entry's English and Chinese texts after the identity.
+struct Entry {
+    const char* en;
+    const char* cn;
+};
+const Entry kRestoreFail = {"Restore ISP Default Param Fail.", "ISP恢复默认参数失败."};
+const Entry kResetThermalFail = {"Reset ISP Thermal Param Fail.", "ISP热成像重置失败."};
+// The Chinese failure text of the fog reset names another word than its
+// success text.
+const Entry kFogFail = {"Reset ISP Fog Adapt Param Fail.", "ISP透气自适应重置失败."};
+const Entry kBacklightFail = {"Reset ISP Backlight Adapt Param Fail.", "ISP背光自适应重置失败."};
+const Entry kSpeedFail = {"Reset ISP Speed Adapt Param Fail.", "ISP速度（拖影）自适应重置失败."};
+const Entry kSpeedDone = {"Reset ISP Speed Adapt Param Successfully. ", "ISP速度（拖影）自适应重置成功. "};
 
 struct FailureCase {
-    Flow flow;  // the stages before `stage` run first
-    AnyStage stage;
+    AnyStage stage;  // the stages before it in its request run first
     Arm arm;
     int result;
-    const char* diag;             // every diagnostic in order, split by '|'; "{}" stands for the stage's name
-    const char* entry = nullptr;  // the English text of the failure entry the stage writes, if any
+    const char* diag;                             // every diagnostic in order, split by '|'; "{}": the stage's name
+    std::optional<Entry> entry = std::nullopt;  // the entry the stage writes, if any
 };
 
 #define kMalloc "[KXAPI]:{}: malloc fail, response for req[PUT /isp?ChannelId=102]"
@@ -228,117 +272,153 @@ struct FailureCase {
 #define kReset "[KXAPI]:{}: ResetIspSrvData failed"
 #define kReadRecv "[KXAPI]:wiro_message_recvfd_timeout failed,fd:9000,err:5,ret:-1\n|"
 #define kWriteRecv "[KXAPI]:wiro_message_recvfd_timeout failed,fd:9001,err:5,ret:-1 \n|"
+#define kCode "[KXAPI]:wiro_code failed \n|"
 #define kScratch "[KXAPI]:[memset_s] expect Ret 0, actual Ret 34."
 #define kHttpReq "httpReq[PUT /isp?ChannelId=102] "
-#define kTraced(code, next) "[KXAPI]:{}: " kHttpReq "sendCmd[" #code "] recvMsg[" #next "] Result[0]|"
+#define kTrace(code, next) "[KXAPI]:{}: " kHttpReq "sendCmd[" #code "] recvMsg[" #next "] Result[0]"
+#define kTraced(code, next) kTrace(code, next) "|"
 
-#define READ_FAILURES(flow, fn, blockFill)                                                    \
-    {flow, STAGE(run, fn), Fail(Call::Malloc), 18, kMalloc}, {flow, STAGE(run, fn), Fail(Call::MemsetS), 1, kMemset}, \
-    {flow, STAGE(run, fn), Fail(Call::MemsetS, blockFill), 1, kMemset}, {flow, STAGE(run, fn), SrvFails(), 1, kReadRecv kGet}
-#define COMMAND_FAILURES(flow, kind, fn, code, next)                                                        \
-    {flow, STAGE(kind, fn), Refused(code, 5), 5, "[KXAPI]:{}: " kHttpReq "sendCmd[" #code "] recvMsg[" #next "] Result[5]"}, \
-    {flow, STAGE(kind, fn), Unsent(code), 1, "[KXAPI]:Send SynUnixMsg for Getting cmd[" #code "] failed"},     \
-    {flow, STAGE(kind, fn), Fail(Call::MemsetS, 1), 0, kScratch "|[KXAPI]:{}: " kHttpReq "sendCmd[" #code "] recvMsg[" #next "] Result[0]"}, \
-    {flow, STAGE(kind, fn), Fail(Call::MemsetS, 2), 0, kScratch "|[KXAPI]:{}: " kHttpReq "sendCmd[" #code "] recvMsg[" #next "] Result[0]"}
+#define READ_FAILURES(fn, blockFill)                                                                    \
+    {.stage = STAGE(run, fn), .arm = Fail(Call::Malloc), .result = 18, .diag = kMalloc},                \
+        {.stage = STAGE(run, fn), .arm = Fail(Call::MemsetS), .result = 1, .diag = kMemset},            \
+        {.stage = STAGE(run, fn), .arm = Fail(Call::MemsetS, blockFill), .result = 1, .diag = kMemset}, \
+        {.stage = STAGE(run, fn), .arm = SrvFails(), .result = 1, .diag = kReadRecv kGet}
+#define COMMAND_FAILURES(kind, fn, code, next)                                           \
+    {.stage = STAGE(kind, fn), .arm = Refused(code, 5), .result = 5,                     \
+     .diag = "[KXAPI]:{}: " kHttpReq "sendCmd[" #code "] recvMsg[" #next "] Result[5]"}, \
+        {.stage = STAGE(kind, fn), .arm = Unsent(code), .result = 1,                     \
+         .diag = "[KXAPI]:Send SynUnixMsg for Getting cmd[" #code "] failed"},           \
+        {.stage = STAGE(kind, fn), .arm = Fail(Call::MemsetS, 1), .result = 0,           \
+         .diag = kScratch "|" kTrace(code, next)},                                       \
+        {.stage = STAGE(kind, fn), .arm = Fail(Call::MemsetS, 2), .result = 0, .diag = kScratch "|" kTrace(code, next)}
 
 // The adaptation configuration read: refused (-1) or not sent (1), no entry.
-#define ADAPT_FAILURES(flow, fn)                                                                               \
-    {flow, STAGE(run, fn), Refused(3213, 6), -1, "[KXAPI]:{}: " kHttpReq "sendCmd[3213] recvMsg[3214] Result[6]"}, \
-    {flow, STAGE(run, fn), Unsent(3213), 1, "[KXAPI]:Send SynUnixMsg for Getting cmd[3213] failed"}
+#define CONFIG_FAILURES(fn)                                                    \
+    {.stage = STAGE(run, fn), .arm = Refused(3213, 6), .result = -1,           \
+     .diag = "[KXAPI]:{}: " kHttpReq "sendCmd[3213] recvMsg[3214] Result[6]"}, \
+        {.stage = STAGE(run, fn), .arm = Unsent(3213), .result = 1,            \
+         .diag = "[KXAPI]:Send SynUnixMsg for Getting cmd[3213] failed"}
+// An adaptation block's read and its write, each failing with the reset's
+// failure entry; a block that was not read is not written back.
+#define ADAPT_BLOCK_FAILURES(fn, failed)                                                                       \
+    {.stage = STAGE(run, fn), .arm = SrvFails(), .result = 1, .diag = kTraced(3213, 3214) kReadRecv kGet,      \
+     .entry = failed},                                                                                         \
+        {.stage = STAGE(run, fn), .arm = WritesRefused(), .result = 1, .diag = kTraced(3213, 3214) kCode kSet, \
+         .entry = failed}
 
 const FailureCase kFailures[] = {
-    READ_FAILURES(kFakeRatio, RunGetIspIaasFakeRatio, 2),
-    READ_FAILURES(kAfStatus, RunGetIspIaasAfStatus, 2),
-    READ_FAILURES(kAfPlaneGet, RunGetIspIaasAfPlanePoint, 2),
-    READ_FAILURES(kThermalGet, RunGetIspIaasThermal, 2),
-    READ_FAILURES(kCapability, RunGetIspIaasCapability, 3),  // the record, the ability record, the block
-    {kCapability, STAGE(run, RunGetIspIaasCapability), Fail(Call::MemsetS, 2), 1, kMemset},
-    {kCapability, STAGE(run, RunGetIspIaasCapability), [](Request&) { Control().abilityFails = true; }, 1,
-     "[KXAPI]:{}: get device ability failed"},
-    {kThermalPut, STAGE(preProc, PreProcPutIspIaasThermal), Fail(Call::Malloc), 18, kMalloc},
-    {kThermalPut, STAGE(preProc, PreProcPutIspIaasThermal), SrvFails(), 1, kReadRecv kGet},
-    {kThermalPut, STAGE(parse, ParsePutIspIaasThermal), Fail(Call::Malloc), 18, kMalloc},
-    {kThermalPut, STAGE(run, RunPutIspIaasThermal), Fail(Call::MemsetS), 1, kMemset},
-    {kThermalPut, STAGE(run, RunPutIspIaasThermal), SrvFails(), 1, kWriteRecv kSet},
+    READ_FAILURES(RunGetIspIaasFakeRatio, 2),
+    READ_FAILURES(RunGetIspIaasAfStatus, 2),
+    READ_FAILURES(RunGetIspIaasAfPlanePoint, 2),
+    READ_FAILURES(RunGetIspIaasThermal, 2),
+    READ_FAILURES(RunGetIspIaasCapability, 3),  // the record, the ability record, the block
+    {.stage = STAGE(run, RunGetIspIaasCapability), .arm = Fail(Call::MemsetS, 2), .result = 1, .diag = kMemset},
+    {.stage = STAGE(run, RunGetIspIaasCapability), .arm = [](Request&) { Control().abilityFails = true; }, .result = 1,
+     .diag = "[KXAPI]:{}: get device ability failed"},
+    {.stage = STAGE(preProc, PreProcPutIspIaasThermal), .arm = Fail(Call::Malloc), .result = 18, .diag = kMalloc},
+    {.stage = STAGE(preProc, PreProcPutIspIaasThermal), .arm = SrvFails(), .result = 1, .diag = kReadRecv kGet},
+    {.stage = STAGE(parse, ParsePutIspIaasThermal), .arm = Fail(Call::Malloc), .result = 18, .diag = kMalloc},
+    {.stage = STAGE(run, RunPutIspIaasThermal), .arm = Fail(Call::MemsetS), .result = 1, .diag = kMemset},
+    {.stage = STAGE(run, RunPutIspIaasThermal), .arm = SrvFails(), .result = 1, .diag = kWriteRecv kSet},
     // The block is zero-filled before the correction values are checked.
-    {kThermalPut, STAGE(run, RunPutIspIaasThermal),
-     [](Request& r) {
-         static_cast<_ThermalInfo*>(r.Slot(1))->correctData.autoModeData.correctTime = 7;
-         doubles::FailNth(Call::MemsetS, 1);
-     },
-     1, kMemset},
-    {kAfPlanePut, STAGE(preProc, PreProcPutIspIaasAfPlanePoint), Fail(Call::Malloc), 18, kMalloc},
-    {kAfPlanePut, STAGE(preProc, PreProcPutIspIaasAfPlanePoint), SrvFails(), 1, kReadRecv kGet},
-    {kAfPlanePut, STAGE(parse, ParsePutIspIaasAfPlanePoint), Fail(Call::Malloc), 18, kMalloc},
-    {kAfPlanePut, STAGE(parse, ParsePutIspIaasAfPlanePoint), Fail(Call::MemsetS), 1, kMemset},
+    {.stage = STAGE(run, RunPutIspIaasThermal),
+     .arm =
+         [](Request& r) {
+             static_cast<_ThermalInfo*>(r.Slot(1))->correctData.autoModeData.correctTime = 7;
+             doubles::FailNth(Call::MemsetS, 1);
+         },
+     .result = 1, .diag = kMemset},
+    {.stage = STAGE(preProc, PreProcPutIspIaasAfPlanePoint), .arm = Fail(Call::Malloc), .result = 18, .diag = kMalloc},
+    {.stage = STAGE(preProc, PreProcPutIspIaasAfPlanePoint), .arm = SrvFails(), .result = 1, .diag = kReadRecv kGet},
+    {.stage = STAGE(parse, ParsePutIspIaasAfPlanePoint), .arm = Fail(Call::Malloc), .result = 18, .diag = kMalloc},
+    {.stage = STAGE(parse, ParsePutIspIaasAfPlanePoint), .arm = Fail(Call::MemsetS), .result = 1, .diag = kMemset},
     // The copy into the zero-filled record counts as a scratch copy.
-    {kAfPlanePut, STAGE(parse, ParsePutIspIaasAfPlanePoint), Fail(Call::MemcpyS, 1, 54), 0,
-     "[KXAPI]:[memcpy_s] expect Ret 0, actual Ret 54."},
+    {.stage = STAGE(parse, ParsePutIspIaasAfPlanePoint), .arm = Fail(Call::MemcpyS, 1, 54), .result = 0,
+     .diag = "[KXAPI]:[memcpy_s] expect Ret 0, actual Ret 54."},
     // Each step of the service exchange: a read, a write, and an untimed reset.
-    {kFakeRatio, STAGE(run, RunGetIspIaasFakeRatio), SrvFails(SrvStep::Open), 1,
-     "[KXAPI]:open /mnt/srvfs/isp.iaas.qtn srv fail, Error: 2, No such file or directory\n|" kGet},
-    {kFakeRatio, STAGE(run, RunGetIspIaasFakeRatio), SrvFails(SrvStep::New), 1,
-     "[KXAPI]:wiro_message_new failed \n|" kGet},
-    {kFakeRatio, STAGE(run, RunGetIspIaasFakeRatio), SrvFails(SrvStep::HeaderSet), 1,
-     "[KXAPI]:wiro_header_set failed \n|" kGet},
-    {kFakeRatio, STAGE(run, RunGetIspIaasFakeRatio), SrvFails(SrvStep::Send), 1,
-     "[KXAPI]:wiro_message_sendfd_timeout failed,fd:9000,err:5,ret:-1\n|" kGet},
-    {kFakeRatio, STAGE(run, RunGetIspIaasFakeRatio), Answers(200, -1), 1, "[KXAPI]:wiro_content_copy failed \n|" kGet},
-    {kFakeRatio, STAGE(run, RunGetIspIaasFakeRatio), Answers(404, 0), 1, "[KXAPI]:wiro_code failed \n|" kGet},
-    {kAfPlanePut, STAGE(run, RunPutIspIaasAfPlanePoint), SrvFails(SrvStep::New), 1,
-     "[KXAPI]:new send msg failed \n|" kSet},
-    {kAfPlanePut, STAGE(run, RunPutIspIaasAfPlanePoint), SrvFails(SrvStep::ContentAdd), 1,
-     "[KXAPI]:wiro_content_append failed \n|" kSet},
-    {kAfPlanePut, STAGE(run, RunPutIspIaasAfPlanePoint), SrvFails(SrvStep::Send), 1,
-     "[KXAPI]:wiro_message_sendfd_timeout failed,fd:9001,err:5,ret:-1 \n|" kSet},
-    {kAfPlanePut, STAGE(run, RunPutIspIaasAfPlanePoint), SrvFails(), 1, kWriteRecv kSet},
-    {kAfPlanePut, STAGE(run, RunPutIspIaasAfPlanePoint), Answers(200, 1), 1, "[KXAPI]:wiro_content_copy failed \n|" kSet},
-    {kAfPlanePut, STAGE(run, RunPutIspIaasAfPlanePoint), Answers(0, 0), 1, "[KXAPI]:wiro_code failed \n|" kSet},
-    {kRestore, STAGE(run, RunPutIspIaasRestoreDefaultParams), SrvFails(SrvStep::Send), 1,
-     "[KXAPI]:wiro_message_sendfd failed \n|" kReset, "Restore ISP Default Param Fail."},
-    {kRestore, STAGE(run, RunPutIspIaasRestoreDefaultParams), SrvFails(), 1,
-     "[KXAPI]:wiro_message_recvfd failed \n|" kReset, "Restore ISP Default Param Fail."},
-    {kLock, STAGE(parse, ParsePutIspIaasAEExpLock), Fail(Call::Calloc), 18,
-     "[KXAPI]:{}: calloc fail, response for req[PUT /isp?ChannelId=102]"},
-    {kLock, STAGE(run, RunPutIspIaasAEExpLock), SrvFails(), 1,
-     "[KXAPI]:wiro_message_recvfd failed \n|[KXAPI]:{}: CreateIspSrvData failed"},
-    COMMAND_FAILURES(kAwbGet, run, RunGetIspIaasAwb, 3231, 3232),
-    COMMAND_FAILURES(kAwbPut, preProc, PreProcPutIspIaasAwb, 3231, 3232),
-    COMMAND_FAILURES(kAwbPut, run, RunPutIspIaasAwb, 3231, 3232),
-    COMMAND_FAILURES(kExtreGet, run, RunGetIspIaasExtreColor, 3229, 3230),
-    COMMAND_FAILURES(kExtrePut, preProc, PreProcPutIspIaasExtreColor, 3229, 3230),
-    COMMAND_FAILURES(kExtrePut, run, RunPutIspIaasExtreColor, 3229, 3230),
-    {kAwbGet, STAGE(run, RunGetIspIaasAwb), Fail(Call::Malloc), 18, kTraced(3231, 3232) kMalloc},
-    {kAwbPut, STAGE(preProc, PreProcPutIspIaasAwb), Fail(Call::Malloc), 18, kTraced(3231, 3232) kMalloc},
-    {kAwbPut, STAGE(preProc, PreProcPutIspIaasAwb), Fail(Call::MemcpyS), 1, kTraced(3231, 3232) kMemcpy},
-    {kAwbPut, STAGE(parse, ParsePutIspIaasAwb), Fail(Call::Malloc), 18, kMalloc},
-    {kExtreGet, STAGE(run, RunGetIspIaasExtreColor), Fail(Call::Malloc), 18, kTraced(3229, 3230) kMalloc},
-    {kExtrePut, STAGE(preProc, PreProcPutIspIaasExtreColor), Fail(Call::MemcpyS), 1, kTraced(3229, 3230) kMemcpy},
-    ADAPT_FAILURES(kResetFog, RunPutIspIaasResetFogAdapt), ADAPT_FAILURES(kResetSpeed, RunPutIspIaasResetSpeedAdapt),
-    ADAPT_FAILURES(kResetBacklight, RunPutIspIaasResetBackLightAdapt),
-    {kResetFog, STAGE(run, RunPutIspIaasResetFogAdapt), Fail(Call::Malloc), 18, kTraced(3213, 3214) kMalloc},
-    // The command's reply, its body, then the block.
-    {kResetBacklight, STAGE(run, RunPutIspIaasResetBackLightAdapt), Fail(Call::MemsetS, 3), 1,
-     kTraced(3213, 3214) kMemset},
+    {.stage = STAGE(run, RunGetIspIaasFakeRatio), .arm = SrvFails(SrvStep::Open), .result = 1,
+     .diag = "[KXAPI]:open /mnt/srvfs/isp.iaas.qtn srv fail, Error: 2, No such file or directory\n|" kGet},
+    {.stage = STAGE(run, RunGetIspIaasFakeRatio), .arm = SrvFails(SrvStep::New), .result = 1,
+     .diag = "[KXAPI]:wiro_message_new failed \n|" kGet},
+    {.stage = STAGE(run, RunGetIspIaasFakeRatio), .arm = SrvFails(SrvStep::HeaderSet), .result = 1,
+     .diag = "[KXAPI]:wiro_header_set failed \n|" kGet},
+    {.stage = STAGE(run, RunGetIspIaasFakeRatio), .arm = SrvFails(SrvStep::Send), .result = 1,
+     .diag = "[KXAPI]:wiro_message_sendfd_timeout failed,fd:9000,err:5,ret:-1\n|" kGet},
+    {.stage = STAGE(run, RunGetIspIaasFakeRatio), .arm = Answers(200, -1), .result = 1,
+     .diag = "[KXAPI]:wiro_content_copy failed \n|" kGet},
+    {.stage = STAGE(run, RunGetIspIaasFakeRatio), .arm = Answers(404, 0), .result = 1, .diag = kCode kGet},
+    {.stage = STAGE(run, RunPutIspIaasAfPlanePoint), .arm = SrvFails(SrvStep::New), .result = 1,
+     .diag = "[KXAPI]:new send msg failed \n|" kSet},
+    {.stage = STAGE(run, RunPutIspIaasAfPlanePoint), .arm = SrvFails(SrvStep::ContentAdd), .result = 1,
+     .diag = "[KXAPI]:wiro_content_append failed \n|" kSet},
+    {.stage = STAGE(run, RunPutIspIaasAfPlanePoint), .arm = SrvFails(SrvStep::Send), .result = 1,
+     .diag = "[KXAPI]:wiro_message_sendfd_timeout failed,fd:9001,err:5,ret:-1 \n|" kSet},
+    {.stage = STAGE(run, RunPutIspIaasAfPlanePoint), .arm = SrvFails(), .result = 1, .diag = kWriteRecv kSet},
+    {.stage = STAGE(run, RunPutIspIaasAfPlanePoint), .arm = Answers(200, 1), .result = 1,
+     .diag = "[KXAPI]:wiro_content_copy failed \n|" kSet},
+    {.stage = STAGE(run, RunPutIspIaasAfPlanePoint), .arm = Answers(0, 0), .result = 1, .diag = kCode kSet},
+    {.stage = STAGE(run, RunPutIspIaasRestoreDefaultParams), .arm = SrvFails(SrvStep::Send), .result = 1,
+     .diag = "[KXAPI]:wiro_message_sendfd failed \n|" kReset, .entry = kRestoreFail},
+    {.stage = STAGE(run, RunPutIspIaasRestoreDefaultParams), .arm = SrvFails(), .result = 1,
+     .diag = "[KXAPI]:wiro_message_recvfd failed \n|" kReset, .entry = kRestoreFail},
+    {.stage = STAGE(run, RunPutIspIaasRestoreDefaultParams), .arm = WritesRefused(), .result = 1, .diag = kCode kReset,
+     .entry = kRestoreFail},
+    {.stage = STAGE(run, RunPutIspIaasResetThermal), .arm = SrvFails(), .result = 1,
+     .diag = "[KXAPI]:wiro_message_recvfd failed \n|" kReset, .entry = kResetThermalFail},
     // The two resets name a failed message creation differently.
-    {kRestore, STAGE(run, RunPutIspIaasRestoreDefaultParams), SrvFails(SrvStep::New), 1,
-     "[KXAPI]:new send msg failed \n|" kReset, "Restore ISP Default Param Fail."},
-    {kResetThermal, STAGE(run, RunPutIspIaasResetThermal), SrvFails(SrvStep::New), 1,
-     "[KXAPI]:wiro_message_new failed \n|" kReset, "Reset ISP Thermal Param Fail."},
+    {.stage = STAGE(run, RunPutIspIaasRestoreDefaultParams), .arm = SrvFails(SrvStep::New), .result = 1,
+     .diag = "[KXAPI]:new send msg failed \n|" kReset, .entry = kRestoreFail},
+    {.stage = STAGE(run, RunPutIspIaasResetThermal), .arm = SrvFails(SrvStep::New), .result = 1,
+     .diag = "[KXAPI]:wiro_message_new failed \n|" kReset, .entry = kResetThermalFail},
+    {.stage = STAGE(parse, ParsePutIspIaasAEExpLock), .arm = Fail(Call::Calloc), .result = 18,
+     .diag = "[KXAPI]:{}: calloc fail, response for req[PUT /isp?ChannelId=102]"},
+    {.stage = STAGE(run, RunPutIspIaasAEExpLock), .arm = SrvFails(), .result = 1,
+     .diag = "[KXAPI]:wiro_message_recvfd failed \n|[KXAPI]:{}: CreateIspSrvData failed"},
+    COMMAND_FAILURES(run, RunGetIspIaasAwb, 3231, 3232),
+    COMMAND_FAILURES(preProc, PreProcPutIspIaasAwb, 3231, 3232),
+    COMMAND_FAILURES(run, RunPutIspIaasAwb, 3231, 3232),
+    COMMAND_FAILURES(run, RunGetIspIaasExtreColor, 3229, 3230),
+    COMMAND_FAILURES(preProc, PreProcPutIspIaasExtreColor, 3229, 3230),
+    COMMAND_FAILURES(run, RunPutIspIaasExtreColor, 3229, 3230),
+    {.stage = STAGE(run, RunGetIspIaasAwb), .arm = Fail(Call::Malloc), .result = 18,
+     .diag = kTraced(3231, 3232) kMalloc},
+    {.stage = STAGE(preProc, PreProcPutIspIaasAwb), .arm = Fail(Call::Malloc), .result = 18,
+     .diag = kTraced(3231, 3232) kMalloc},
+    {.stage = STAGE(preProc, PreProcPutIspIaasAwb), .arm = Fail(Call::MemcpyS), .result = 1,
+     .diag = kTraced(3231, 3232) kMemcpy},
+    {.stage = STAGE(parse, ParsePutIspIaasAwb), .arm = Fail(Call::Malloc), .result = 18, .diag = kMalloc},
+    {.stage = STAGE(run, RunGetIspIaasExtreColor), .arm = Fail(Call::Malloc), .result = 18,
+     .diag = kTraced(3229, 3230) kMalloc},
+    {.stage = STAGE(preProc, PreProcPutIspIaasExtreColor), .arm = Fail(Call::MemcpyS), .result = 1,
+     .diag = kTraced(3229, 3230) kMemcpy},
+    CONFIG_FAILURES(RunPutIspIaasResetFogAdapt),
+    ADAPT_BLOCK_FAILURES(RunPutIspIaasResetFogAdapt, kFogFail),
+    CONFIG_FAILURES(RunPutIspIaasResetBackLightAdapt),
+    ADAPT_BLOCK_FAILURES(RunPutIspIaasResetBackLightAdapt, kBacklightFail),
+    CONFIG_FAILURES(RunPutIspIaasResetSpeedAdapt),
+    // The set command: not sent, the failure entry; refused, its Result
+    // after the success entry.
+    {.stage = STAGE(run, RunPutIspIaasResetSpeedAdapt), .arm = Unsent(3210), .result = 1,
+     .diag = kTraced(3213, 3214) "[KXAPI]:Send SynUnixMsg for Getting cmd[3210] failed", .entry = kSpeedFail},
+    {.stage = STAGE(run, RunPutIspIaasResetSpeedAdapt), .arm = Refused(3210, 7), .result = 7,
+     .diag = kTraced(3213, 3214) "[KXAPI]:{}: " kHttpReq "sendCmd[3210] recvMsg[3211] Result[7]",
+     .entry = kSpeedDone},
+    {.stage = STAGE(run, RunPutIspIaasResetFogAdapt), .arm = Fail(Call::Malloc), .result = 18,
+     .diag = kTraced(3213, 3214) kMalloc},
+    // The command's reply, its body, then the block.
+    {.stage = STAGE(run, RunPutIspIaasResetBackLightAdapt), .arm = Fail(Call::MemsetS, 3), .result = 1,
+     .diag = kTraced(3213, 3214) kMemset},
 };
 
 // Each failure ends its stage with its result, all its diagnostics in order
-// and its failure entry or none, leaves every slot as it was, and frees what
-// the stage took (ASan).
+// and its entry or none, leaves every slot as it was, and frees what the
+// stage took (ASan).
 TEST_F(Stages, FailuresLeaveTheSlotsAsTheyWere)
 {
     for (const FailureCase& c : kFailures) {
         Install();
         Request req("PUT", kUrl, kBody);
-        const bool afterPreProc = c.stage.parse != nullptr || (c.stage.run != nullptr && c.flow.parse != nullptr);
-        doubles::Flow before{.preProc = afterPreProc ? c.flow.preProc : nullptr,
-                             .parse = c.stage.run != nullptr ? c.flow.parse : nullptr};
-        ASSERT_EQ(doubles::Perform(before, req).result, 0) << c.stage.name;
+        ASSERT_EQ(doubles::Perform(Before(c.stage), req).result, 0) << c.stage.name;
         const std::array<void*, 3> slots = {req.Slot(0), req.Slot(1), req.Slot(2)};
         c.arm(req);
         doubles::ClearLogs();
@@ -354,12 +434,16 @@ TEST_F(Stages, FailuresLeaveTheSlotsAsTheyWere)
             texts += (texts.empty() ? "" : "|") + d.text;
         }
         EXPECT_EQ(texts, expected) << c.stage.name;
-        std::vector<std::string> entries;
+        std::vector<std::string> entries, expectedEntries;
         for (const doubles::OpLog& entry : doubles::OpLogs()) {
-            entries.push_back(entry.en);
+            entries.push_back(std::to_string(entry.channel) + " " + entry.en + "|" + entry.cn);
         }
-        EXPECT_EQ(entries, std::vector<std::string>(c.entry != nullptr ? 2 : 0, kWho + (c.entry ? c.entry : "")))
-            << c.stage.name << " " << c.diag;
+        for (const char* channel : {"2 ", "1 "}) {
+            if (c.entry) {
+                expectedEntries.push_back(channel + kWho + c.entry->en + "|" + kWho + c.entry->cn);
+            }
+        }
+        EXPECT_EQ(entries, expectedEntries) << c.stage.name << " " << c.diag;
     }
 }
 
@@ -368,10 +452,10 @@ TEST_F(Stages, FailuresLeaveTheSlotsAsTheyWere)
 // Bytes of the current-settings record each PUT's PreProc hangs.
 size_t CurrentSize(const Flow& flow)
 {
-    return flow.preProc == kAwbPut.preProc ? AWB_PAYLOAD_LEN
-         : flow.preProc == kExtrePut.preProc ? EXTRE_COLOR_PAYLOAD_LEN
-         : flow.preProc == kAfPlanePut.preProc ? AF_BLOCK_SIZE
-         : flow.preProc == kThermalPut.preProc ? THERMAL_BLOCK_SIZE : 0;
+    return flow.preProc == kAwbPut.preProc ? at::kAwbPayload
+         : flow.preProc == kExtrePut.preProc ? at::kExtrePayload
+         : flow.preProc == kAfPlanePut.preProc ? at::kAfBlock
+         : flow.preProc == kThermalPut.preProc ? at::kThermalBlock : 0;
 }
 
 // A body the Parse stage cannot take (the codec refuses each JSON type in

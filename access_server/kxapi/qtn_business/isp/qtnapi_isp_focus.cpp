@@ -3,8 +3,8 @@
 
 #include <cstring>
 
-#include "qtnapi_isp_frame.h"
 #include "ability.h"
+#include "qtnapi_isp_resource.h"
 #include "qtnapi_isp_srv.h"
 
 namespace {
@@ -12,17 +12,6 @@ namespace {
 size_t PointOffset(int i, bool y) { return AF_PLANE_POINTS_OFFSET + 8 * static_cast<size_t>(i) + (y ? 4 : 0); }
 
 // ---- Image capability ----
-
-const IspOpTexts kCapabilityLog = {
-    "%s[%s:%llu] Get ISP Capability Successfully. BrightnessMin:%lld, BrightnessMax:%lld, SharpenessMin:%lld, "
-    "SharpenessMax:%lld, HueMin:%lld, HueMax:%lld, ContrastMin:%lld, ContrastMax:%lld, StaturationMin:%lld, "
-    "StaturationMax:%lld, SensorHorizonSize:%lf, SensorVerticalSize:%lf.",
-    "%s[%s:%llu] 获取图像能力集参数成功. 亮度最小值:%lld, 亮度最大值:%lld, 锐化最小值:%lld, 锐化最大值:%lld, "
-    "色度最小值:%lld, 色度最大值:%lld, 对比度最小值:%lld, 对比度最大值:%lld, 饱和度最小值:%lld, 饱和度最大值:%lld, "
-    "sensor水平尺寸:%lf, sensor垂直尺寸:%lf.",
-    "%s[%s:%llu] Get ISP Capability Fail.",
-    "%s[%s:%llu] 获取图像能力集参数失败.",
-};
 
 void LogCapability(const IspStage& stage, const char* en, const char* cn, const _IspAbility& a)
 {
@@ -39,41 +28,93 @@ _ParaRange AbilityRange(const DEVICE_ABILITY_S& ability, ABILITY_RANGE_E which)
     return IspBlockGet<_ParaRange>(&ability, DEVICE_ABILITY_RANGES_OFFSET + which * sizeof(_ParaRange));
 }
 
+// The ranges come from the device ability record of the first channel.
+bool CapabilityRanges(const IspStage& stage, _IspAbility& record)
+{
+    DEVICE_ABILITY_S ability;
+    if (!stage.Zero(&ability, sizeof(ability))) {
+        return false;
+    }
+    ability.uiChannel = DEVICE_ABILITY_FIRST_CHANNEL;
+    ability.uiQuery = 0;
+    if (GetDeviceAbility(&ability) != 0) {
+        ISP_DIAG(KXAPI_LOG_ERROR, "[KXAPI]:%s: get device ability failed", "RunGetIspIaasCapability");
+        return false;
+    }
+    _BasicInfo& basic = record.basicInfos;
+    basic.brightness = AbilityRange(ability, ABILITY_RANGE_BRIGHTNESS);
+    basic.sharpeness = AbilityRange(ability, ABILITY_RANGE_SHARPNESS);
+    basic.hue = AbilityRange(ability, ABILITY_RANGE_HUE);
+    basic.contrast = AbilityRange(ability, ABILITY_RANGE_CONTRAST);
+    basic.saturation = AbilityRange(ability, ABILITY_RANGE_SATURATION);
+    return true;
+}
+
+void CapabilityFromBlock(const uint8_t* block, _IspAbility& record)
+{
+    record.sensorInfos.scale.width = IspBlockGet<double>(block, CAPABILITY_WIDTH_OFFSET);
+    record.sensorInfos.scale.height = IspBlockGet<double>(block, CAPABILITY_HEIGHT_OFFSET);
+}
+
+// The sensor size is read from the service's channel 0; ChannelId is only
+// checked.
+constexpr IspResource<_IspAbility> kCapability = {
+    .block = {ISP_CMD_CAPABILITY, IspFixedChannel(0), CAPABILITY_BLOCK_SIZE},
+    .fromBlock = CapabilityFromBlock,
+    .prepare = CapabilityRanges,
+    .get = {"%s[%s:%llu] Get ISP Capability Successfully. BrightnessMin:%lld, BrightnessMax:%lld, "
+            "SharpenessMin:%lld, SharpenessMax:%lld, HueMin:%lld, HueMax:%lld, ContrastMin:%lld, ContrastMax:%lld, "
+            "StaturationMin:%lld, StaturationMax:%lld, SensorHorizonSize:%lf, SensorVerticalSize:%lf.",
+            "%s[%s:%llu] 获取图像能力集参数成功. 亮度最小值:%lld, 亮度最大值:%lld, 锐化最小值:%lld, 锐化最大值:%lld, "
+            "色度最小值:%lld, 色度最大值:%lld, 对比度最小值:%lld, 对比度最大值:%lld, 饱和度最小值:%lld, "
+            "饱和度最大值:%lld, sensor水平尺寸:%lf, sensor垂直尺寸:%lf.",
+            "%s[%s:%llu] Get ISP Capability Fail.",
+            "%s[%s:%llu] 获取图像能力集参数失败."},
+    .logValues = LogCapability,
+};
+
 // ---- Autofocus status ----
 
-const IspOpTexts kAfStatusLog = {
-    "%s[%s:%llu] Get ISP Af Status Param Successfully. HorDegree: %lf, VerDegree:%lf, CurRatio:%lf ,calibrateState:%u.",
-    "%s[%s:%llu] 获取图像自动聚焦状态参数成功. 水平视场角: %lf, 垂直视场角:%lf, 当前倍率:%lf, 聚焦标定状态:%u.",
-    "%s[%s:%llu] Get ISP Af Status Param Fail.",
-    "%s[%s:%llu] 获取图像自动聚焦状态参数失败.",
-};
+void AfStatusFromBlock(const uint8_t* block, _AfStatusInfo& status)
+{
+    status.horDegree = IspBlockGet<double>(block, AF_HOR_DEGREE_OFFSET);
+    status.verDegree = IspBlockGet<double>(block, AF_VER_DEGREE_OFFSET);
+    status.zoomRatioCur = IspBlockGet<double>(block, AF_ZOOM_RATIO_OFFSET);
+    status.calibrateState = IspBlockGet<uint32_t>(block, AF_CALIBRATE_STATE_OFFSET);
+}
 
 void LogAfStatus(const IspStage& stage, const char* en, const char* cn, const _AfStatusInfo& status)
 {
     stage.OpLog(en, cn, status.horDegree, status.verDegree, status.zoomRatioCur, status.calibrateState);
 }
 
+// The status is read from the service's channel 0; ChannelId is only checked.
+constexpr IspResource<_AfStatusInfo> kAfStatus = {
+    .block = {ISP_CMD_AF, IspFixedChannel(0), AF_BLOCK_SIZE},
+    .fromBlock = AfStatusFromBlock,
+    .get = {"%s[%s:%llu] Get ISP Af Status Param Successfully. HorDegree: %lf, VerDegree:%lf, CurRatio:%lf "
+            ",calibrateState:%u.",
+            "%s[%s:%llu] 获取图像自动聚焦状态参数成功. 水平视场角: %lf, 垂直视场角:%lf, 当前倍率:%lf, "
+            "聚焦标定状态:%u.",
+            "%s[%s:%llu] Get ISP Af Status Param Fail.",
+            "%s[%s:%llu] 获取图像自动聚焦状态参数失败."},
+    .logValues = LogAfStatus,
+};
+
 // ---- Autofocus plane calibration points ----
 
-const IspOpTexts kAfPlaneGetLog = {
-    "%s[%s:%llu] Get ISP Af PlanePoint Param Successfully. Enable:%d, pointMax: %u, point1_x:%u, point1_y:%u, "
-    "point2_x:%u, point2_y:%u, point3_x:%u, point3_y:%u, point4_x:%u, point4_y:%u.",
-    "%s[%s:%llu] 获取图像自动聚焦平面标定点参数成功. 使能:%d, 点数: %u, 点1x坐标:%u, 点1y坐标:%u, 点2x坐标:%u, "
-    "点2y坐标:%u, 点3x坐标:%u, 点3y坐标:%u, 点4x坐标:%u, 点4y坐标:%u.",
-    "%s[%s:%llu] Get ISP Af PlanePoint Param Fail.",
-    "%s[%s:%llu] 获取图像自动聚焦平面标定点参数失败.",
-};
+// A GET reads the calibration fields into their record; a PUT keeps the
+// whole block as its current and its request record, so that the bytes it
+// does not change go back as read. Both address the service's channel
+// ChannelId - 101.
+constexpr IspBlock kAfPlaneBlock = {ISP_CMD_AF, kIspChannelOfRequest, AF_BLOCK_SIZE};
 
-const IspOpTexts kAfPlanePutLog = {
-    "%s[%s:%llu] Set ISP Af PlanePoint Param Successfully. Enable:%d, pointMax: %u, point1_x:%u, point1_y:%u, "
-    "point2_x:%u, point2_y:%u, point3_x:%u, point3_y:%u, point4_x:%u, point4_y:%u.",
-    "%s[%s:%llu] 设置图像自动聚焦平面标定点参数成功. 使能:%d, 点数: %u, 点1x坐标:%u, 点1y坐标:%u, 点2x坐标:%u, "
-    "点2y坐标:%u, 点3x坐标:%u, 点3y坐标:%u, 点4x坐标:%u, 点4y坐标:%u.",
-    "%s[%s:%llu] Set ISP Af PlanePoint Param Fail. Enable:%d, pointMax: %u, point1_x:%u, point1_y:%u, "
-    "point2_x:%u, point2_y:%u, point3_x:%u, point3_y:%u, point4_x:%u, point4_y:%u.",
-    "%s[%s:%llu] 设置图像自动聚焦平面标定点参数失败. 使能:%d, 点数: %u, 点1x坐标:%u, 点1y坐标:%u, 点2x坐标:%u, "
-    "点2y坐标:%u, 点3x坐标:%u, 点3y坐标:%u, 点4x坐标:%u, 点4y坐标:%u.",
-};
+#define AF_PLANE_VALUES_EN                                                                                      \
+    "Enable:%d, pointMax: %u, point1_x:%u, point1_y:%u, point2_x:%u, point2_y:%u, point3_x:%u, point3_y:%u, " \
+    "point4_x:%u, point4_y:%u."
+#define AF_PLANE_VALUES_CN                                                                                   \
+    "使能:%d, 点数: %u, 点1x坐标:%u, 点1y坐标:%u, 点2x坐标:%u, 点2y坐标:%u, 点3x坐标:%u, 点3y坐标:%u, " \
+    "点4x坐标:%u, 点4y坐标:%u."
 
 void LogAfPlaneValues(const IspStage& stage, const char* en, const char* cn, int enable,
                       const _AfCalibratePointAttr& plane)
@@ -88,6 +129,16 @@ void LogAfPlane(const IspStage& stage, const char* en, const char* cn, const _Af
     LogAfPlaneValues(stage, en, cn, static_cast<int>(plane.enable), plane);
 }
 
+constexpr IspResource<_AfCalibratePointAttr> kAfPlane = {
+    .block = kAfPlaneBlock,
+    .fromBlock = [](const uint8_t* block, _AfCalibratePointAttr& plane) { plane = AfPlaneFromBlock(block); },
+    .get = {"%s[%s:%llu] Get ISP Af PlanePoint Param Successfully. " AF_PLANE_VALUES_EN,
+            "%s[%s:%llu] 获取图像自动聚焦平面标定点参数成功. " AF_PLANE_VALUES_CN,
+            "%s[%s:%llu] Get ISP Af PlanePoint Param Fail.",
+            "%s[%s:%llu] 获取图像自动聚焦平面标定点参数失败."},
+    .logValues = LogAfPlane,
+};
+
 // A PUT logs the values of the block that was (to be) sent, the switch byte
 // as it stands there.
 void LogAfPlaneBlock(const IspStage& stage, const char* en, const char* cn, const AfParamBlock& block)
@@ -95,8 +146,21 @@ void LogAfPlaneBlock(const IspStage& stage, const char* en, const char* cn, cons
     LogAfPlaneValues(stage, en, cn, block.data[AF_PLANE_ENABLE_OFFSET], AfPlaneFromBlock(block.data));
 }
 
-// ChannelId 101 is the service's channel 0.
-uint32_t ServiceChannel(long long channelId) { return static_cast<uint32_t>(channelId - ISP_FIRST_CHANNEL); }
+// The first word of the block as read goes back to the service as 0. A
+// failed request is answered with its status too.
+constexpr IspResource<AfParamBlock> kAfPlaneWrite = {
+    .block = kAfPlaneBlock,
+    .adjust = [](uint8_t* block) { IspBlockPut<uint32_t>(block, 0, 0); },
+    .put = {"%s[%s:%llu] Set ISP Af PlanePoint Param Successfully. " AF_PLANE_VALUES_EN,
+            "%s[%s:%llu] 设置图像自动聚焦平面标定点参数成功. " AF_PLANE_VALUES_CN,
+            "%s[%s:%llu] Set ISP Af PlanePoint Param Fail. " AF_PLANE_VALUES_EN,
+            "%s[%s:%llu] 设置图像自动聚焦平面标定点参数失败. " AF_PLANE_VALUES_CN},
+    .logValues = LogAfPlaneBlock,
+    .onPutFailure = IspPutFailure::Status,
+};
+
+#undef AF_PLANE_VALUES_EN
+#undef AF_PLANE_VALUES_CN
 
 }  // namespace
 
@@ -124,113 +188,52 @@ void AfPlaneToBlock(const _AfCalibratePointAttr& plane, uint8_t* block)
     }
 }
 
-// The ranges come from the device ability record, the sensor size from the
-// service's channel 0; ChannelId is only checked.
+// ---- Image capability ----
+
 KXAPI_STAGE int RunGetIspIaasCapability(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
                                         tagHTTP_CNTENT_INTER_S* ctIn)
 {
-    if (IspArgsMissing(IspArgs::Run, header, client, ctIn)) {
-        return VW_ERR_PARAM;
-    }
-    const IspStage stage(__func__, header, ctIn);
-    if (const int rc = stage.Channel(IspChannelRule::NonNegative); rc != VW_SUCCESS) {
-        return rc;
-    }
-    return IspReadResult<_IspAbility, CAPABILITY_BLOCK_SIZE>(
-        stage, ISP_CMD_CAPABILITY, 0,
-        [](const uint8_t* block, _IspAbility& record) {
-            record.sensorInfos.scale.width = IspBlockGet<double>(block, CAPABILITY_WIDTH_OFFSET);
-            record.sensorInfos.scale.height = IspBlockGet<double>(block, CAPABILITY_HEIGHT_OFFSET);
-        },
-        [&stage](_IspAbility& record) {
-            DEVICE_ABILITY_S ability;
-            if (!stage.Zero(&ability, sizeof(ability))) {
-                return false;
-            }
-            ability.uiChannel = DEVICE_ABILITY_FIRST_CHANNEL;
-            ability.uiQuery = 0;
-            if (GetDeviceAbility(&ability) != 0) {
-                ISP_DIAG(KXAPI_LOG_ERROR, "[KXAPI]:%s: get device ability failed", "RunGetIspIaasCapability");
-                return false;
-            }
-            _BasicInfo& basic = record.basicInfos;
-            basic.brightness = AbilityRange(ability, ABILITY_RANGE_BRIGHTNESS);
-            basic.sharpeness = AbilityRange(ability, ABILITY_RANGE_SHARPNESS);
-            basic.hue = AbilityRange(ability, ABILITY_RANGE_HUE);
-            basic.contrast = AbilityRange(ability, ABILITY_RANGE_CONTRAST);
-            basic.saturation = AbilityRange(ability, ABILITY_RANGE_SATURATION);
-            return true;
-        });
+    return IspRunGet<kCapability>(__func__, header, client, ctIn);
 }
 
 KXAPI_STAGE int FormatGetIspIaasCapability(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
                                            tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf)
 {
-    return IspFormatGet<_IspAbility>(__func__, header, result, ctIn, buf, kCapabilityLog, LogCapability);
+    return IspFormatGet<kCapability>(__func__, header, result, ctIn, buf);
 }
 
-// The status is read from the service's channel 0; ChannelId is only checked.
+// ---- Autofocus status ----
+
 KXAPI_STAGE int RunGetIspIaasAfStatus(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
                                       tagHTTP_CNTENT_INTER_S* ctIn)
 {
-    if (IspArgsMissing(IspArgs::Run, header, client, ctIn)) {
-        return VW_ERR_PARAM;
-    }
-    const IspStage stage(__func__, header, ctIn);
-    if (const int rc = stage.Channel(IspChannelRule::NonNegative); rc != VW_SUCCESS) {
-        return rc;
-    }
-    return IspReadResult<_AfStatusInfo, AF_BLOCK_SIZE>(
-        stage, ISP_CMD_AF, 0, [](const uint8_t* block, _AfStatusInfo& status) {
-            status.horDegree = IspBlockGet<double>(block, AF_HOR_DEGREE_OFFSET);
-            status.verDegree = IspBlockGet<double>(block, AF_VER_DEGREE_OFFSET);
-            status.zoomRatioCur = IspBlockGet<double>(block, AF_ZOOM_RATIO_OFFSET);
-            status.calibrateState = IspBlockGet<uint32_t>(block, AF_CALIBRATE_STATE_OFFSET);
-        });
+    return IspRunGet<kAfStatus>(__func__, header, client, ctIn);
 }
 
 KXAPI_STAGE int FormatGetIspIaasAfStatus(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
                                          tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf)
 {
-    return IspFormatGet<_AfStatusInfo>(__func__, header, result, ctIn, buf, kAfStatusLog, LogAfStatus);
+    return IspFormatGet<kAfStatus>(__func__, header, result, ctIn, buf);
 }
+
+// ---- Autofocus plane calibration points ----
 
 KXAPI_STAGE int RunGetIspIaasAfPlanePoint(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
                                           tagHTTP_CNTENT_INTER_S* ctIn)
 {
-    if (IspArgsMissing(IspArgs::Run, header, client, ctIn)) {
-        return VW_ERR_PARAM;
-    }
-    const IspStage stage(__func__, header, ctIn);
-    int channel = 0;
-    if (const int rc = stage.Channel(IspChannelRule::NonNegative, &channel); rc != VW_SUCCESS) {
-        return rc;
-    }
-    return IspReadResult<_AfCalibratePointAttr, AF_BLOCK_SIZE>(
-        stage, ISP_CMD_AF, ServiceChannel(channel),
-        [](const uint8_t* block, _AfCalibratePointAttr& plane) { plane = AfPlaneFromBlock(block); });
+    return IspRunGet<kAfPlane>(__func__, header, client, ctIn);
 }
 
 KXAPI_STAGE int FormatGetIspIaasAfPlanePoint(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
                                              tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf)
 {
-    return IspFormatGet<_AfCalibratePointAttr>(__func__, header, result, ctIn, buf, kAfPlaneGetLog, LogAfPlane);
+    return IspFormatGet<kAfPlane>(__func__, header, result, ctIn, buf);
 }
 
-// The first word of the block as read goes back to the service as 0.
 KXAPI_STAGE int PreProcPutIspIaasAfPlanePoint(tagHTTP_HEADER_S* pstHeader, tagUNIX_SOCKET_S* pstSynSock,
                                               tagHTTP_CNTENT_INTER_S* pstCtIn)
 {
-    if (IspArgsMissing(IspArgs::PreProc, pstHeader, pstSynSock, pstCtIn)) {
-        return VW_ERR_PARAM;
-    }
-    const IspStage stage(__func__, pstHeader, pstCtIn);
-    int channel = 0;
-    if (const int rc = stage.Channel(IspChannelRule::NonNegative, &channel); rc != VW_SUCCESS) {
-        return rc;
-    }
-    return IspReadCurrent(stage, ISP_CMD_AF, ServiceChannel(channel), AF_BLOCK_SIZE,
-                          [](uint8_t* block) { IspBlockPut<uint32_t>(block, 0, 0); });
+    return IspPreProc<kAfPlaneWrite>(__func__, pstHeader, pstSynSock, pstCtIn);
 }
 
 // The body is merged into the calibration fields of the current block; the
@@ -269,24 +272,27 @@ KXAPI_STAGE int ParsePutIspIaasAfPlanePoint(tagHTTP_HEADER_S* pstHeader, tagHTTP
     return VW_SUCCESS;
 }
 
-// The server calls this stage only after PreProc and Parse succeeded; should
-// the request record still be missing, nothing is written.
+// The request record is the block itself, written as it is. ChannelId is
+// read unsigned here: a negative value is unreadable. The server calls this
+// stage only after PreProc and Parse succeeded; should the request record
+// still be missing, nothing is written.
 KXAPI_STAGE int RunPutIspIaasAfPlanePoint(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
                                           tagHTTP_CNTENT_INTER_S* ctIn)
 {
-    if (IspArgsMissing(IspArgs::Run, header, client, ctIn)) {
+    if (IspArgsMissing(kAfPlaneWrite.putArgs, header, client, ctIn)) {
         return VW_ERR_PARAM;
     }
     const IspStage stage(__func__, header, ctIn);
-    unsigned channel = 0;
-    if (const int rc = stage.ChannelUnsigned(&channel); rc != VW_SUCCESS) {
+    uint32_t channel = 0;
+    if (const int rc = stage.SrvChannel(IspChannelRule::Unsigned, kAfPlaneWrite.block.channel, &channel);
+        rc != VW_SUCCESS) {
         return rc;
     }
     auto* request = stage.Required<AfParamBlock>(KXAPI_SLOT_REQUEST);
     if (request == nullptr) {
         return VW_ERR_PARAM;
     }
-    if (!stage.SrvSet(ISP_CMD_AF, ServiceChannel(channel), request, sizeof(AfParamBlock))) {
+    if (!stage.SrvSet(kAfPlaneWrite.block.command, channel, request, kAfPlaneWrite.block.size)) {
         return VW_ERR_PARAM;
     }
     return VW_SUCCESS;
@@ -295,8 +301,7 @@ KXAPI_STAGE int RunPutIspIaasAfPlanePoint(tagHTTP_HEADER_S* header, tagHTTP_CLIE
 KXAPI_STAGE int FormatPutIspIaasAfPlanePoint(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
                                              tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf)
 {
-    return IspFormatPut<AfParamBlock>(__func__, header, result, ctIn, buf, kAfPlanePutLog, LogAfPlaneBlock,
-                                      IspPutFailure::Status);
+    return IspFormatPut<kAfPlaneWrite>(__func__, header, result, ctIn, buf);
 }
 
 // ---- Exported codec and response instances of the focus and capability records ----

@@ -1,44 +1,13 @@
-// Thermal imaging settings: the block mappings, the codec instances of the
-// thermal record, and the GET and PUT stages of the thermal resource.
+// Thermal imaging settings: the block mappings, the GET and PUT stages of the
+// thermal resource, and the codec instances of the thermal record.
 #include "qtnapi_isp_thermal.h"
 
 #include <algorithm>
 #include <array>
 #include <cstring>
 
-#include "qtnapi_isp_frame.h"
+#include "qtnapi_isp_resource.h"
 #include "qtnapi_isp_srv.h"
-
-// ---- Codec instances, exported for the server and the other modules ----
-
-using CorrectionCoder = MemberCoder<_ThermalInfo, _CorrectionInfo, NullAlloc, NullDealloc>;
-using BasicCoder = MemberCoder<_ThermalInfo, _BasicData, NullAlloc, NullDealloc>;
-using ColorCoder = MemberCoder<_ThermalInfo, _ColorInfo, NullAlloc, NullDealloc>;
-using TempAfCoder = MemberCoder<_ThermalInfo, _TempAfInfo, NullAlloc, NullDealloc>;
-using ColorBarCoder = MemberCoder<_ColorInfo, int, NullAlloc, NullDealloc>;
-using WhiteHotCoder = MemberCoder<_ColorInfo, _WhiteMode, NullAlloc, NullDealloc>;
-using CorrectOperationCoder = MemberCoder<_CorrectionInfo, unsigned int, NullAlloc, NullDealloc>;
-using AutoModeCoder = MemberCoder<_CorrectionInfo, _AutoCorrection, NullAlloc, NullDealloc>;
-using WhiteModeWordCoder = MemberCoder<_WhiteMode, int, NullAlloc, NullDealloc>;
-
-template KXAPI_EXPORT char* json_encode<_ThermalInfo>(_ThermalInfo const&);
-template KXAPI_EXPORT int json_decode<_ThermalInfo>(const char*, void*, _ThermalInfo&);
-template KXAPI_EXPORT int json_encode_member<_ThermalInfo, _CorrectionInfo, NullAlloc, NullDealloc, BasicCoder,
-                                             ColorCoder, TempAfCoder>(_ThermalInfo const&, json_object*,
-                                                                      CorrectionCoder const&, BasicCoder, ColorCoder,
-                                                                      TempAfCoder);
-template KXAPI_EXPORT int json_encode_member<_ThermalInfo, _ColorInfo, NullAlloc, NullDealloc, TempAfCoder>(
-    _ThermalInfo const&, json_object*, ColorCoder const&, TempAfCoder);
-template KXAPI_EXPORT int json_encode_member<_ColorInfo, int, NullAlloc, NullDealloc, WhiteHotCoder>(
-    _ColorInfo const&, json_object*, ColorBarCoder const&, WhiteHotCoder);
-template KXAPI_EXPORT json_object* jsonEncoder<_WhiteMode>::encode_nulldata(_WhiteMode const&, void*);
-template KXAPI_EXPORT int json_decode_member<_CorrectionInfo, unsigned int, NullAlloc, NullDealloc, AutoModeCoder>(
-    json_object*, void*, _CorrectionInfo&, CorrectOperationCoder const&, AutoModeCoder);
-template KXAPI_EXPORT int json_decode_member<_ThermalInfo, _ColorInfo, NullAlloc, NullDealloc, TempAfCoder>(
-    json_object*, void*, _ThermalInfo&, ColorCoder const&, TempAfCoder);
-template KXAPI_EXPORT int WhiteModeWordCoder::decode(json_object*, void*, _WhiteMode&) const;
-template KXAPI_EXPORT int FormatCommonResponse<_ThermalInfo>(tagHTTP_HEADER_S*, VW_RESULT_TYPE,
-                                                             tagHTTP_CNTENT_INTER_S*, tagHTTP_BUF_S*);
 
 // ---- Record and service block ----
 
@@ -86,7 +55,7 @@ void ThermalToBlock(const _ThermalInfo& info, uint8_t* block)
     std::memcpy(block + THERMAL_BLOCK_RESERVED, &reserved, kWord);
 }
 
-// ---- Operation log ----
+// ---- The resource ----
 
 namespace {
 
@@ -101,23 +70,6 @@ namespace {
     "自动校正温度:%u, 亮度:%u,色度:%u, 细节增强使能:%d, 伪彩模式:%d, 彩条使能:%d,白热模式高范围使能:%d, "          \
     "白热模式中范围使能:%d,白热模式低范围使能:%d, 高范围最小值:%d,中范围最大值:%d, 中范围最小值:%d,"               \
     "低范围最大值:%d, 聚焦模式:%u, 聚焦控制模式:%u, 温度自适应使能:%d, 聚焦速度:%u, 聚焦温度:%u."
-
-const IspOpTexts kGetTexts = {
-    "%s[%s:%llu] Get ISP Thermal Param Successfully. " THERMAL_VALUES_EN,
-    "%s[%s:%llu] 获取图像热成像参数成功. " THERMAL_VALUES_CN,
-    "%s[%s:%llu] Get ISP Thermal Param Fail.",
-    "%s[%s:%llu] 获取图像热成像参数失败.",
-};
-
-const IspOpTexts kPutTexts = {
-    "%s[%s:%llu] Set ISP Thermal Param Successfully." THERMAL_VALUES_EN,
-    "%s[%s:%llu] 设置图像热成像参数成功. " THERMAL_VALUES_CN,
-    "%s[%s:%llu] Set ISP Thermal Param Fail. " THERMAL_VALUES_EN,
-    "%s[%s:%llu] 设置图像热成像参数失败. " THERMAL_VALUES_CN,
-};
-
-#undef THERMAL_VALUES_EN
-#undef THERMAL_VALUES_CN
 
 // The 24 words in record order, each passed as the texts print it.
 void LogThermal(const IspStage& stage, const char* english, const char* chinese, const _ThermalInfo& r)
@@ -144,86 +96,11 @@ bool Accepted(const std::array<unsigned int, N>& values, unsigned int value)
     return std::find(values.begin(), values.end(), value) != values.end();
 }
 
-}  // namespace
-
-// ---- GET ----
-
-// Reads the thermal block of the service and hangs it as a thermal record.
-KXAPI_STAGE int RunGetIspIaasThermal(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client, tagHTTP_CNTENT_INTER_S* ctIn)
+// The two correction values that the service accepts only from fixed sets;
+// one text serves both checks, and the time is checked first.
+int CheckCorrection(const _ThermalInfo& record)
 {
-    if (IspArgsMissing(IspArgs::Run, header, client, ctIn)) {
-        return VW_ERR_PARAM;
-    }
-    const IspStage stage(__func__, header, ctIn);
-    if (const int rc = stage.Channel(IspChannelRule::ThermalOnly); rc != VW_SUCCESS) {
-        return rc;
-    }
-    return IspReadResult<_ThermalInfo, THERMAL_BLOCK_SIZE>(
-        stage, ISP_CMD_THERMAL, THERMAL_SRV_CHANNEL,
-        ThermalFromBlock);
-}
-
-KXAPI_STAGE int FormatGetIspIaasThermal(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, tagHTTP_CNTENT_INTER_S* ctIn,
-                                        tagHTTP_BUF_S* buf)
-{
-    return IspFormatGet<_ThermalInfo>(__func__, header, result, ctIn, buf, kGetTexts, LogThermal);
-}
-
-// ---- PUT ----
-
-// The thermal block, as the service returned it, is the current settings.
-KXAPI_STAGE int PreProcPutIspIaasThermal(tagHTTP_HEADER_S* pstHeader, tagUNIX_SOCKET_S* pstSynSock,
-                                         tagHTTP_CNTENT_INTER_S* pstCtIn)
-{
-    if (IspArgsMissing(IspArgs::PreProc, pstHeader, pstSynSock, pstCtIn)) {
-        return VW_ERR_PARAM;
-    }
-    const IspStage stage(__func__, pstHeader, pstCtIn);
-    if (const int rc = stage.Channel(IspChannelRule::ThermalOnly); rc != VW_SUCCESS) {
-        return rc;
-    }
-    return IspReadCurrent(stage, ISP_CMD_THERMAL, THERMAL_SRV_CHANNEL, THERMAL_BLOCK_SIZE);
-}
-
-// Merges the body onto the current settings: members the body does not name
-// keep their current values. Values are checked only when they are written.
-KXAPI_STAGE int ParsePutIspIaasThermal(tagHTTP_HEADER_S* pstHeader, tagHTTP_CONTENT_S* pstHttpContent,
-                                       tagHTTP_CNTENT_INTER_S* pstCtIn)
-{
-    if (IspArgsMissing(IspArgs::Parse, pstHeader, pstHttpContent, pstCtIn)) {
-        return VW_ERR_PARAM;
-    }
-    const IspStage stage(__func__, pstHeader, pstCtIn);
-    return IspParseOver<_ThermalInfo, uint8_t>(stage, pstHttpContent->pcBody, ThermalFromBlock);
-}
-
-// Writes the merged settings back, after checking the two correction values
-// that the service accepts only from fixed sets; a refused value leaves the
-// service untouched.
-KXAPI_STAGE int RunPutIspIaasThermal(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client, tagHTTP_CNTENT_INTER_S* ctIn)
-{
-    if (IspArgsMissing(IspArgs::Run, header, client, ctIn)) {
-        return VW_ERR_PARAM;
-    }
-    const IspStage stage(__func__, header, ctIn);
-    if (const int rc = stage.Channel(IspChannelRule::ThermalOnly); rc != VW_SUCCESS) {
-        return rc;
-    }
-    // The server calls this stage only after a successful Parse stage. Should
-    // it come without a request record all the same, there is nothing to
-    // write: it is answered like a missing current-settings record in the
-    // Parse stage, "null point" and VW_ERR_PARAM, and the service is not
-    // called.
-    const auto* record = stage.Required<const _ThermalInfo>(KXAPI_SLOT_REQUEST);
-    if (record == nullptr) {
-        return VW_ERR_PARAM;
-    }
-    uint8_t block[THERMAL_BLOCK_SIZE];
-    if (!stage.Zero(block, sizeof(block))) {
-        return VW_ERR_PARAM;
-    }
-    // One text serves both checks; the time is checked first.
-    const _AutoCorrection& autoMode = record->correctData.autoModeData;
+    const _AutoCorrection& autoMode = record.correctData.autoModeData;
     if (!Accepted(kCorrectTimes, autoMode.correctTime)) {
         ISP_DIAG(KXAPI_LOG_ERROR, "[KXAPI]:Time enum is %d", static_cast<int>(autoMode.correctTime));
         return VW_ERR_BODY;
@@ -232,16 +109,96 @@ KXAPI_STAGE int RunPutIspIaasThermal(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S*
         ISP_DIAG(KXAPI_LOG_ERROR, "[KXAPI]:Time enum is %d", static_cast<int>(autoMode.correctTemperature));
         return VW_ERR_BODY;
     }
-    ThermalToBlock(*record, block);
-    if (!stage.SrvSet(ISP_CMD_THERMAL, THERMAL_SRV_CHANNEL, block, sizeof(block))) {
-        return VW_ERR_PARAM;
-    }
     return VW_SUCCESS;
+}
+
+// Only the thermal channel. A PUT merges the body onto the block as read:
+// members the body does not name keep their current values, and the values
+// are checked only when they are written.
+constexpr IspResource<_ThermalInfo> kThermal = {
+    .channelRule = IspChannelRule::ThermalOnly,
+    .block = {ISP_CMD_THERMAL, IspFixedChannel(THERMAL_SRV_CHANNEL), THERMAL_BLOCK_SIZE},
+    .fromBlock = ThermalFromBlock,
+    .toBlock = ThermalToBlock,
+    .check = CheckCorrection,
+    .get = {"%s[%s:%llu] Get ISP Thermal Param Successfully. " THERMAL_VALUES_EN,
+            "%s[%s:%llu] 获取图像热成像参数成功. " THERMAL_VALUES_CN,
+            "%s[%s:%llu] Get ISP Thermal Param Fail.",
+            "%s[%s:%llu] 获取图像热成像参数失败."},
+    .put = {"%s[%s:%llu] Set ISP Thermal Param Successfully." THERMAL_VALUES_EN,
+            "%s[%s:%llu] 设置图像热成像参数成功. " THERMAL_VALUES_CN,
+            "%s[%s:%llu] Set ISP Thermal Param Fail. " THERMAL_VALUES_EN,
+            "%s[%s:%llu] 设置图像热成像参数失败. " THERMAL_VALUES_CN},
+    .logValues = LogThermal,
+};
+
+#undef THERMAL_VALUES_EN
+#undef THERMAL_VALUES_CN
+
+}  // namespace
+
+KXAPI_STAGE int RunGetIspIaasThermal(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client, tagHTTP_CNTENT_INTER_S* ctIn)
+{
+    return IspRunGet<kThermal>(__func__, header, client, ctIn);
+}
+
+KXAPI_STAGE int FormatGetIspIaasThermal(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, tagHTTP_CNTENT_INTER_S* ctIn,
+                                        tagHTTP_BUF_S* buf)
+{
+    return IspFormatGet<kThermal>(__func__, header, result, ctIn, buf);
+}
+
+KXAPI_STAGE int PreProcPutIspIaasThermal(tagHTTP_HEADER_S* pstHeader, tagUNIX_SOCKET_S* pstSynSock,
+                                         tagHTTP_CNTENT_INTER_S* pstCtIn)
+{
+    return IspPreProc<kThermal>(__func__, pstHeader, pstSynSock, pstCtIn);
+}
+
+KXAPI_STAGE int ParsePutIspIaasThermal(tagHTTP_HEADER_S* pstHeader, tagHTTP_CONTENT_S* pstHttpContent,
+                                       tagHTTP_CNTENT_INTER_S* pstCtIn)
+{
+    return IspParse<kThermal>(__func__, pstHeader, pstHttpContent, pstCtIn);
+}
+
+// A refused correction value leaves the service untouched.
+KXAPI_STAGE int RunPutIspIaasThermal(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client, tagHTTP_CNTENT_INTER_S* ctIn)
+{
+    return IspRunPut<kThermal>(__func__, header, client, ctIn);
 }
 
 KXAPI_STAGE int FormatPutIspIaasThermal(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, tagHTTP_CNTENT_INTER_S* ctIn,
                                         tagHTTP_BUF_S* buf)
 {
-    return IspFormatPut<_ThermalInfo>(__func__, header, result, ctIn, buf, kPutTexts, LogThermal,
-                                      IspPutFailure::Refuse);
+    return IspFormatPut<kThermal>(__func__, header, result, ctIn, buf);
 }
+
+// ---- Codec instances, exported for the server and the other modules ----
+
+using CorrectionCoder = MemberCoder<_ThermalInfo, _CorrectionInfo, NullAlloc, NullDealloc>;
+using BasicCoder = MemberCoder<_ThermalInfo, _BasicData, NullAlloc, NullDealloc>;
+using ColorCoder = MemberCoder<_ThermalInfo, _ColorInfo, NullAlloc, NullDealloc>;
+using TempAfCoder = MemberCoder<_ThermalInfo, _TempAfInfo, NullAlloc, NullDealloc>;
+using ColorBarCoder = MemberCoder<_ColorInfo, int, NullAlloc, NullDealloc>;
+using WhiteHotCoder = MemberCoder<_ColorInfo, _WhiteMode, NullAlloc, NullDealloc>;
+using CorrectOperationCoder = MemberCoder<_CorrectionInfo, unsigned int, NullAlloc, NullDealloc>;
+using AutoModeCoder = MemberCoder<_CorrectionInfo, _AutoCorrection, NullAlloc, NullDealloc>;
+using WhiteModeWordCoder = MemberCoder<_WhiteMode, int, NullAlloc, NullDealloc>;
+
+template KXAPI_EXPORT char* json_encode<_ThermalInfo>(_ThermalInfo const&);
+template KXAPI_EXPORT int json_decode<_ThermalInfo>(const char*, void*, _ThermalInfo&);
+template KXAPI_EXPORT int json_encode_member<_ThermalInfo, _CorrectionInfo, NullAlloc, NullDealloc, BasicCoder,
+                                             ColorCoder, TempAfCoder>(_ThermalInfo const&, json_object*,
+                                                                      CorrectionCoder const&, BasicCoder, ColorCoder,
+                                                                      TempAfCoder);
+template KXAPI_EXPORT int json_encode_member<_ThermalInfo, _ColorInfo, NullAlloc, NullDealloc, TempAfCoder>(
+    _ThermalInfo const&, json_object*, ColorCoder const&, TempAfCoder);
+template KXAPI_EXPORT int json_encode_member<_ColorInfo, int, NullAlloc, NullDealloc, WhiteHotCoder>(
+    _ColorInfo const&, json_object*, ColorBarCoder const&, WhiteHotCoder);
+template KXAPI_EXPORT json_object* jsonEncoder<_WhiteMode>::encode_nulldata(_WhiteMode const&, void*);
+template KXAPI_EXPORT int json_decode_member<_CorrectionInfo, unsigned int, NullAlloc, NullDealloc, AutoModeCoder>(
+    json_object*, void*, _CorrectionInfo&, CorrectOperationCoder const&, AutoModeCoder);
+template KXAPI_EXPORT int json_decode_member<_ThermalInfo, _ColorInfo, NullAlloc, NullDealloc, TempAfCoder>(
+    json_object*, void*, _ThermalInfo&, ColorCoder const&, TempAfCoder);
+template KXAPI_EXPORT int WhiteModeWordCoder::decode(json_object*, void*, _WhiteMode&) const;
+template KXAPI_EXPORT int FormatCommonResponse<_ThermalInfo>(tagHTTP_HEADER_S*, VW_RESULT_TYPE,
+                                                             tagHTTP_CNTENT_INTER_S*, tagHTTP_BUF_S*);

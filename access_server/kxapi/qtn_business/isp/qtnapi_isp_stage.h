@@ -1,14 +1,15 @@
 /*
- * What every stage of the ISP module does the same way: the argument check,
- * the ChannelId rule, diagnostics, the operation-log pair, allocation and
- * bounds-checked fills of records, ISP service reads and writes that report
+ * The stage helpers: what every stage of the ISP module does the same way.
+ * The argument check, the ChannelId rules and the service channel they give,
+ * diagnostics, the operation-log pair, allocation and bounds-checked fills of
+ * records, ISP service exchanges and control-process commands that report
  * their failure, and hanging records on the request context.
  *
  * Helpers that write a diagnostic take the caller's source line, so that the
  * line names the stage's own call.
  */
-#ifndef QTNAPI_ISP_FRAME_H
-#define QTNAPI_ISP_FRAME_H
+#ifndef QTNAPI_ISP_STAGE_H
+#define QTNAPI_ISP_STAGE_H
 
 #include <cstdint>
 #include <cstdlib>
@@ -39,15 +40,38 @@ inline bool IspArgsMissing(IspArgs kind, const void* a, const void* b, const voi
     return (a == nullptr || b == nullptr || c == nullptr) && IspArgsReport(kind, a, b, c, where);
 }
 
-/* Which ChannelId values a stage accepts. */
+/* How a stage reads ChannelId and which values it accepts. */
 enum class IspChannelRule {
-    NonNegative, /* any value but a negative one */
-    ThermalOnly, /* the thermal channel, 102, alone */
+    NonNegative, /* read signed; any value but a negative one */
+    ThermalOnly, /* read signed; the thermal channel, 102, alone */
+    Unsigned,    /* read unsigned; every value (below 101 it wraps around as a service channel) */
+    Unread,      /* not read at all */
 };
 
 #define ISP_THERMAL_CHANNEL 102
 /* ChannelId of the first channel; the ISP service numbers channels from 0. */
 #define ISP_FIRST_CHANNEL 101
+
+/* The channel of the ISP service that a resource's exchanges address. */
+struct IspSrvChannel {
+    enum Kind : uint8_t {
+        Fixed,     /* `fixed`, whatever the request's ChannelId */
+        OfRequest, /* ChannelId less ISP_FIRST_CHANNEL */
+        Omitted,   /* none: the exchange carries no channel key */
+    } kind;
+    uint32_t fixed;
+};
+constexpr IspSrvChannel IspFixedChannel(uint32_t channel) { return {IspSrvChannel::Fixed, channel}; }
+constexpr IspSrvChannel kIspChannelOfRequest = {IspSrvChannel::OfRequest, 0};
+constexpr IspSrvChannel kIspNoChannel = {IspSrvChannel::Omitted, 0};
+
+/* A parameter block of the ISP service: its service command, the channel
+ * it is kept on and its size in bytes. */
+struct IspBlock {
+    unsigned command;
+    IspSrvChannel channel;
+    unsigned size;
+};
 
 /* A block of the standard allocator, freed when the owner goes out of scope
  * unless it was hung on the context. */
@@ -97,7 +121,6 @@ struct IspCmd {
     void Begin(IspWhere where = IspWhere::current());
     /* The reply payload, laid out like the command body. */
     const uint8_t* Payload() const { return reply.aucData + ISP_REPLY_PAYLOAD; }
-    uint8_t* Params() { return body.aucData + ISP_CMD_PARAMS; }
 };
 
 /* One stage call: its exported name, the request header and the context,
@@ -109,13 +132,35 @@ public:
     {
     }
 
-    /* Reads ChannelId as a signed number and checks it against the rule.
-     * 0 with *channel set; otherwise the stage's result after the diagnostic
-     * (VW_ERR_QUERY when unreadable, VW_ERR_RANGE when refused). A null
-     * `channel` checks without keeping the value. */
-    int Channel(IspChannelRule rule, int* channel = nullptr, IspWhere where = IspWhere::current()) const;
-    /* Reads ChannelId as an unsigned number; there is no range to check. */
-    int ChannelUnsigned(unsigned* channel, IspWhere where = IspWhere::current()) const;
+    /* Reads ChannelId by the rule and checks it: 0, with *id set to the value
+     * (as a 32-bit word) unless `id` is null or the rule reads nothing;
+     * otherwise the stage's result after the diagnostic (VW_ERR_QUERY when
+     * unreadable, VW_ERR_RANGE when refused). */
+    int ChannelId(IspChannelRule rule, uint32_t* id = nullptr, IspWhere where = IspWhere::current()) const
+    {
+        switch (rule) {
+            case IspChannelRule::Unread:
+                return VW_SUCCESS;
+            case IspChannelRule::Unsigned:
+                return ReadUnsignedChannelId(id, where);
+            default:
+                return ReadSignedChannelId(rule, id, where);
+        }
+    }
+
+    /* Reads ChannelId by the rule and gives the service channel that
+     * `channel` names for this request: 0 with *srvChannel set; otherwise the
+     * stage's result after the diagnostic. */
+    int SrvChannel(IspChannelRule rule, IspSrvChannel channel, uint32_t* srvChannel,
+                   IspWhere where = IspWhere::current()) const
+    {
+        uint32_t id = 0;
+        if (const int rc = ChannelId(rule, &id, where); rc != VW_SUCCESS) {
+            return rc;
+        }
+        *srvChannel = channel.kind == IspSrvChannel::OfRequest ? id - ISP_FIRST_CHANNEL : channel.fixed;
+        return VW_SUCCESS;
+    }
 
     /* size bytes from malloc for a record of T; null after the
      * "malloc fail" diagnostic. */
@@ -179,20 +224,20 @@ public:
                             IspWhere where = IspWhere::current()) const;
 
     /* The exchange of a settings resource with the control process: begins
-     * the command, checks ChannelId (any non-negative value), lets `params`
-     * write a write command's parameters (it may refuse with a result, and
+     * the command, checks ChannelId by the rule, lets `write` fill a write
+     * command's body after the channel field (it may refuse with a result, and
      * then nothing is sent) and sends. 0 when the device answered with
-     * Result 0; otherwise the stage's result: the ChannelId or parameter
+     * Result 0; otherwise the stage's result: the ChannelId or `write`'s
      * refusal, VW_ERR_PARAM when not sent, or the device's Result itself. */
-    template <class Params>
-    int Exchange(IspCmd& cmd, VW_MSG_TYPE type, VW_CMD_TYPE code, tagUNIX_SOCKET_S* sock, Params params,
-                 IspWhere where = IspWhere::current()) const
+    template <class Write>
+    int Exchange(IspCmd& cmd, VW_MSG_TYPE type, VW_CMD_TYPE code, tagUNIX_SOCKET_S* sock, IspChannelRule rule,
+                 Write write, IspWhere where = IspWhere::current()) const
     {
         cmd.Begin(where);
-        if (const int rc = Channel(IspChannelRule::NonNegative, nullptr, where); rc != VW_SUCCESS) {
+        if (const int rc = ChannelId(rule, nullptr, where); rc != VW_SUCCESS) {
             return rc;
         }
-        if (const int rc = params(cmd.Params()); rc != VW_SUCCESS) {
+        if (const int rc = write(cmd.body.aucData); rc != VW_SUCCESS) {
             return rc;
         }
         const std::optional<int> result = Send(cmd, type, code, sock, where);
@@ -234,6 +279,9 @@ public:
     }
 
 private:
+    int ReadSignedChannelId(IspChannelRule rule, uint32_t* id, IspWhere where) const;
+    int ReadUnsignedChannelId(uint32_t* id, IspWhere where) const;
+    int QueryFailed(IspWhere where) const;
     void* AllocBytes(size_t size, IspWhere where) const;
     void* CallocBytes(size_t size, IspWhere where) const;
     /* `served` as it is, after the failure text (with the stage's name) when false. */
@@ -252,45 +300,11 @@ private:
     tagHTTP_CNTENT_INTER_S* m_ctIn;
 };
 
-/* The Run stage of a GET whose settings the ISP service keeps: makes a
- * zeroed record of T, lets `prepare(record)` fill what comes from elsewhere
- * (it reports its own failure and returns false), reads the service block of
- * `command` on `channel` into a zeroed block of Size bytes, fills the record
- * from it with `fill(block, record)` and hangs the record as the result
- * record. */
-template <class T, size_t Size, class Fill, class Prepare>
-int IspReadResult(const IspStage& stage, unsigned command, uint32_t channel, Fill fill, Prepare prepare,
-                  IspWhere where = IspWhere::current())
-{
-    IspOwned<T> record = stage.Alloc<T>(sizeof(T), where);
-    if (record == nullptr) {
-        return VW_ERR_NO_MEMORY;
-    }
-    if (!stage.Zero(record.get(), sizeof(T), where) || !prepare(*record)) {
-        return VW_ERR_PARAM;
-    }
-    uint8_t block[Size];
-    if (!stage.Zero(block, Size, where) || !stage.SrvGet(command, channel, block, Size, where)) {
-        return VW_ERR_PARAM;
-    }
-    fill(static_cast<const uint8_t*>(block), *record);
-    stage.Hang(KXAPI_SLOT_RESULT, std::move(record));
-    return VW_SUCCESS;
-}
-
-template <class T, size_t Size, class Fill>
-int IspReadResult(const IspStage& stage, unsigned command, uint32_t channel, Fill fill,
-                  IspWhere where = IspWhere::current())
-{
-    return IspReadResult<T, Size>(stage, command, channel, fill, [](T&) { return true; }, where);
-}
-
-/* The PreProc stage of a PUT whose settings the ISP service keeps: reads the
- * service block of `command` on `channel` into a new block of `size` bytes
- * and hangs it as the current-settings record. The block goes out as
- * allocated, since the service's reply replaces all of it; `adjust`, when
- * given, changes the block as read before it is hung. */
-int IspReadCurrent(const IspStage& stage, unsigned command, uint32_t channel, unsigned size,
+/* Reads `block` of the ISP service on `channel` into a new allocation of
+ * the block's size and hangs it as the current-settings record of a PUT. The
+ * allocation goes out as it is, since the service's reply replaces all of
+ * it; `adjust`, when given, changes the block as read before it is hung. */
+int IspReadCurrent(const IspStage& stage, const IspBlock& block, uint32_t channel,
                    void (*adjust)(uint8_t* block) = nullptr, IspWhere where = IspWhere::current());
 
 /* Fills or copies a scratch buffer that is about to be overwritten anyway: a
@@ -298,98 +312,4 @@ int IspReadCurrent(const IspStage& stage, unsigned command, uint32_t channel, un
 void IspZeroScratch(void* dest, size_t size, IspWhere where = IspWhere::current());
 void IspCopyScratch(void* dest, size_t destMax, const void* src, size_t count, IspWhere where = IspWhere::current());
 
-/* The Parse stage of a resource whose request record is a T: starts a new
- * record from the current-settings record with `fromCurrent(current,
- * record)`, merges the body into it and hangs it as the request record. */
-template <class T, class Current, class FromCurrent>
-int IspParseOver(const IspStage& stage, const char* body, FromCurrent fromCurrent,
-                 IspWhere where = IspWhere::current())
-{
-    const Current* current = stage.Required<const Current>(KXAPI_SLOT_CURRENT, where);
-    if (current == nullptr) {
-        return VW_ERR_PARAM;
-    }
-    IspOwned<T> record = stage.Alloc<T>(sizeof(T), where);
-    if (record == nullptr) {
-        return VW_ERR_NO_MEMORY;
-    }
-    fromCurrent(current, *record);
-    if (json_decode<T>(body, nullptr, *record) != 0) {
-        return stage.Refuse(where);
-    }
-    stage.Hang(KXAPI_SLOT_REQUEST, std::move(record));
-    return VW_SUCCESS;
-}
-
-/* The English and Chinese texts of a resource's success and failure entries
- * for one direction (read or change). */
-struct IspOpTexts {
-    const char* okEn;
-    const char* okCn;
-    const char* failEn;
-    const char* failCn;
-};
-
-/* Writes one entry of a resource with the values its texts list, taken from
- * the record. */
-template <class T>
-using IspLogValues = void (*)(const IspStage& stage, const char* english, const char* chinese, const T& record);
-
-/* The FormatGet stage of a resource whose result record is a T: a failed
- * result is entered in the operation log and answered with VW_ERR_RANGE and
- * no body; a success is entered with the record's values and answered with
- * the record's JSON (or the envelope when there is no record). */
-template <class T>
-int IspFormatGet(const char* name, tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, tagHTTP_CNTENT_INTER_S* ctIn,
-                 tagHTTP_BUF_S* buf, const IspOpTexts& texts, IspLogValues<T> logValues,
-                 IspWhere where = IspWhere::current())
-{
-    if (IspArgsMissing(IspArgs::PreProc, header, ctIn, buf, where)) {
-        return VW_ERR_PARAM;
-    }
-    const IspStage stage(name, header, ctIn);
-    if (result != VW_SUCCESS) {
-        stage.OpLog(texts.failEn, texts.failCn);
-        return VW_ERR_RANGE;
-    }
-    if (const T* record = static_cast<const T*>(stage.Slot(KXAPI_SLOT_RESULT))) {
-        logValues(stage, texts.okEn, texts.okCn, *record);
-    }
-    return FormatCommonResponse<T>(header, VW_SUCCESS, ctIn, buf);
-}
-
-/* What a FormatPut stage answers for a failed result. */
-enum class IspPutFailure {
-    Refuse, /* VW_ERR_RANGE and no body: the server answers with its own error */
-    Status, /* the status envelope for the failed result */
-};
-
-/* The FormatPut stage of a resource whose request record is an R: without a
- * request record it answers VW_ERR_RANGE and logs nothing; otherwise the
- * outcome is entered in the operation log with the values that were (to be)
- * set, and a success is answered with the status envelope. */
-template <class R>
-int IspFormatPut(const char* name, tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, tagHTTP_CNTENT_INTER_S* ctIn,
-                 tagHTTP_BUF_S* buf, const IspOpTexts& texts, IspLogValues<R> logValues, IspPutFailure onFailure,
-                 IspWhere where = IspWhere::current())
-{
-    if (IspArgsMissing(IspArgs::PreProc, header, ctIn, buf, where)) {
-        return VW_ERR_PARAM;
-    }
-    const IspStage stage(name, header, ctIn);
-    const R* record = static_cast<const R*>(stage.Slot(KXAPI_SLOT_REQUEST));
-    if (record == nullptr) {
-        return VW_ERR_RANGE;
-    }
-    if (result != VW_SUCCESS) {
-        logValues(stage, texts.failEn, texts.failCn, *record);
-        if (onFailure == IspPutFailure::Refuse) {
-            return VW_ERR_RANGE;
-        }
-        return FormatCommonStatus(header, result, ctIn, buf);
-    }
-    logValues(stage, texts.okEn, texts.okCn, *record);
-    return FormatCommonStatus(header, VW_SUCCESS, ctIn, buf);
-}
-
-#endif /* QTNAPI_ISP_FRAME_H */
+#endif /* QTNAPI_ISP_STAGE_H */

@@ -1,8 +1,6 @@
-#include "qtnapi_isp_frame.h"
+#include "qtnapi_isp_stage.h"
 
 #include <cstdlib>
-#include <string>
-
 
 bool IspArgsReport(IspArgs kind, const void* a, const void* b, const void* c, IspWhere where)
 {
@@ -26,32 +24,38 @@ bool IspArgsReport(IspArgs kind, const void* a, const void* b, const void* c, Is
     return true;
 }
 
-int IspStage::Channel(IspChannelRule rule, int* channel, IspWhere where) const
+int IspStage::QueryFailed(IspWhere where) const
+{
+    ISP_LOG_AT(KXAPI_LOG_INFO, where, "[KXAPI]:%s, Query param get failed", m_name);
+    return VW_ERR_QUERY;
+}
+
+int IspStage::ReadSignedChannelId(IspChannelRule rule, uint32_t* id, IspWhere where) const
 {
     int nChannelID = 0;
     if (GetURIQueryParamByKey<int>(m_header, "ChannelId", &nChannelID) != VW_SUCCESS) {
-        ISP_LOG_AT(KXAPI_LOG_INFO, where, "[KXAPI]:%s, Query param get failed", m_name);
-        return VW_ERR_QUERY;
+        return QueryFailed(where);
     }
     const bool accepted = rule == IspChannelRule::ThermalOnly ? nChannelID == ISP_THERMAL_CHANNEL : nChannelID >= 0;
     if (!accepted) {
         ISP_LOG_AT(KXAPI_LOG_ERROR, where, "[KXAPI]:%d: nChannelID Error", nChannelID);
         return VW_ERR_RANGE;
     }
-    if (channel != nullptr) {
-        *channel = nChannelID;
+    if (id != nullptr) {
+        *id = static_cast<uint32_t>(nChannelID);
     }
     return VW_SUCCESS;
 }
 
-int IspStage::ChannelUnsigned(unsigned* channel, IspWhere where) const
+int IspStage::ReadUnsignedChannelId(uint32_t* id, IspWhere where) const
 {
-    unsigned nChannelID = 0;
+    unsigned int nChannelID = 0;
     if (GetURIQueryParamByKey<unsigned int>(m_header, "ChannelId", &nChannelID) != VW_SUCCESS) {
-        ISP_LOG_AT(KXAPI_LOG_INFO, where, "[KXAPI]:%s, Query param get failed", m_name);
-        return VW_ERR_QUERY;
+        return QueryFailed(where);
     }
-    *channel = nChannelID;
+    if (id != nullptr) {
+        *id = nChannelID;
+    }
     return VW_SUCCESS;
 }
 
@@ -89,20 +93,20 @@ void IspStage::ReportFailure(const char* failure, IspWhere where) const
     ISP_LOG_AT(KXAPI_LOG_ERROR, where, failure, m_name);
 }
 
-int IspReadCurrent(const IspStage& stage, unsigned command, uint32_t channel, unsigned size,
-                   void (*adjust)(uint8_t* block), IspWhere where)
+int IspReadCurrent(const IspStage& stage, const IspBlock& block, uint32_t channel, void (*adjust)(uint8_t* block),
+                   IspWhere where)
 {
-    IspOwned<uint8_t> block = stage.Alloc<uint8_t>(size, where);
-    if (block == nullptr) {
+    IspOwned<uint8_t> current = stage.Alloc<uint8_t>(block.size, where);
+    if (current == nullptr) {
         return VW_ERR_NO_MEMORY;
     }
-    if (!stage.SrvGet(command, channel, block.get(), size, where)) {
+    if (!stage.SrvGet(block.command, channel, current.get(), block.size, where)) {
         return VW_ERR_PARAM;
     }
     if (adjust != nullptr) {
-        adjust(block.get());
+        adjust(current.get());
     }
-    stage.Hang(KXAPI_SLOT_CURRENT, std::move(block));
+    stage.Hang(KXAPI_SLOT_CURRENT, std::move(current));
     return VW_SUCCESS;
 }
 
