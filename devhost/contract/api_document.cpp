@@ -6,7 +6,8 @@
 #include <cstdlib>
 #include <map>
 
-#include "http_front.h"
+#include "host_limits.h"
+#include "kxapi_common.h"
 #include "kxapi_business_common.h"
 #include "qtnapi_isp_stage.h"
 #include "stage_table.h"
@@ -428,7 +429,7 @@ json_object* Info()
 {
     json_object* info = Object();
     Put(info, "title", Text("ISP settings of the camera, on the development host"));
-    Put(info, "version", Text("1.0.0"));
+    Put(info, "version", Text(ISPIAAS_VERSION));  // the project's one version
     Put(info, "description",
         Text("The module's resources under /api/isp/, generated from the member tables the module encodes and "
              "decodes with. A PUT changes only the members its body names. Numeric members also take a number of "
@@ -490,9 +491,12 @@ json_object* Build()
                           &bearer));
     Put(responses, "Status303", TokenRedirect());
     Put(responses, "Status405", HostErrorResponse(405, "a method the path does not take", &allow));
-    Put(responses, "Status413", HostErrorResponse(413, "a body larger than 64 KiB"));
+    Put(responses, "Status413",
+        HostErrorResponse(413, ("a body larger than " + std::to_string(kBodyLimit / 1024) + " KiB").c_str()));
     Put(responses, "Status414",
-        HostErrorResponse(414, "a request target that does not fit the module's 1024-byte URL field"));
+        HostErrorResponse(414, ("a request target that does not fit the module's " + std::to_string(HTTP_URL_LEN) +
+                                "-byte URL field")
+                                   .c_str()));
     Put(responses, "Status502", HostErrorResponse(502, "a simulator did not answer"));
     Put(responses, "Status403",
         HostErrorResponse(403, "a request that changes something, from a browser page of another origin (its Origin "

@@ -14,6 +14,9 @@
 namespace devhost::contract {
 
 inline constexpr const char* kDocumentPath = "/openapi.json";
+// The module's resources, and the host's inspection and fault routes.
+inline constexpr const char* kApiPrefix = "/api/isp/";
+inline constexpr const char* kSimPrefix = "/_sim/";
 
 // How a resource's stages take the query parameter ChannelId.
 enum class ChannelRule {

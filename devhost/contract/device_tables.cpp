@@ -13,7 +13,7 @@
 #include "api_document.h"
 #include "profile.h"
 #include "qtnapi_isp_srv.h"
-#include "sim_common.h"
+#include "faults.h"
 
 namespace devhost::contract {
 

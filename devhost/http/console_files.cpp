@@ -8,13 +8,11 @@
 #include <cctype>
 #include <cstring>
 
-#include "install_paths.h"
 
 namespace devhost {
 
 namespace {
 
-constexpr const char* kConsolePrefix = "/console/";
 
 struct FileKind {
     const char* extension;
@@ -53,11 +51,17 @@ bool PlainName(const std::string& name)
 
 }  // namespace
 
-int OpenConsoleDirectory()
+namespace {
+int g_consoleDirectory = -1;
+}  // namespace
+
+bool OpenConsoleDirectory(const std::string& path)
 {
-    static const int fd = open(HostInstallPaths().console.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-    return fd;
+    g_consoleDirectory = open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    return g_consoleDirectory >= 0;
 }
+
+int ConsoleDirectory() { return g_consoleDirectory; }
 
 bool IsConsolePath(const std::string& path)
 {
@@ -78,7 +82,7 @@ HttpReply ConsoleFile(const std::string& method, const std::string& path)
     }
     // Neither a link (which could lead anywhere) nor anything but a regular
     // file (a FIFO would block the request) is served.
-    const int fd = openat(OpenConsoleDirectory(), name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    const int fd = openat(ConsoleDirectory(), name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
     struct stat status {};
     if (fd < 0 || fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
         if (fd >= 0) {

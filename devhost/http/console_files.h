@@ -9,13 +9,18 @@
 
 namespace devhost {
 
-// The directory the console's files are read from, opened on the first call
-// (or -1). The host calls it before it enters its private mounts, whose empty
+// Opens the directory the console's files are read from; false when it
+// cannot. The host calls it before it enters its private mounts, whose empty
 // /tmp would hide a tree unpacked there.
-int OpenConsoleDirectory();
+bool OpenConsoleDirectory(const std::string& path);
+// That directory (-1 before it is opened or when it could not be).
+int ConsoleDirectory();
 
 // True for the paths the console answers: "/" and everything under "/console/".
 bool IsConsolePath(const std::string& path);
+
+// Where the console's files other than the page are served.
+inline constexpr const char* kConsolePrefix = "/console/";
 
 // The answer to a request for a console path: the file with its Content-Type,
 // 404 for a name that is not a regular file of the directory (no links, no

@@ -8,6 +8,7 @@
 #include "access.h"
 #include "request_rules.h"
 #include "api_document.h"
+#include "kxapi_common.h"
 #include "console_files.h"
 #include "stage_runner.h"
 #include "way_in.h"
@@ -23,8 +24,42 @@ constexpr size_t kStageStackSize = 1024 * 1024;
 constexpr unsigned kConnectionTimeoutS = 60;
 constexpr size_t kLibraryLimitSlack = 8;
 
+// Where a request goes, decided once from its path by the route table.
+enum class RouteKind { Resource, Sim, Document, Console, None };
+
+struct Route {
+    RouteKind kind = RouteKind::None;
+    std::string rest;  // the path after the route's prefix
+};
+
+struct RouteRow {
+    const char* path;
+    bool prefix;  // the path begins with it, rather than is it
+    RouteKind kind;
+};
+
+constexpr RouteRow kRoutes[] = {
+    {contract::kApiPrefix, true, RouteKind::Resource},
+    {contract::kSimPrefix, true, RouteKind::Sim},
+    {contract::kDocumentPath, false, RouteKind::Document},
+    {"/", false, RouteKind::Console},
+    {kConsolePrefix, true, RouteKind::Console},
+};
+
+Route RouteOf(const std::string& path)
+{
+    for (const RouteRow& row : kRoutes) {
+        const size_t length = std::strlen(row.path);
+        if (row.prefix ? path.compare(0, length, row.path) == 0 : path == row.path) {
+            return Route{row.kind, path.substr(row.prefix ? length : path.size())};
+        }
+    }
+    return Route{};
+}
+
 struct RequestState {
     std::string rawUri;  // the request target exactly as sent, query included
+    Route route;
     bool started = false;
     bool tooLarge = false;
     std::string body;
@@ -111,21 +146,24 @@ std::optional<HttpReply> Refusal(const HostParts& parts, const std::string& path
     if (state.rawUri.size() >= HTTP_URL_LEN) {
         return ErrorReply(414, "the request target is longer than " + std::to_string(HTTP_URL_LEN - 1) + " bytes");
     }
-    if (path.rfind(kSimPrefix, 0) == 0 || IsConsolePath(path)) {
-        return std::nullopt;
+    switch (state.route.kind) {
+        case RouteKind::Sim:
+        case RouteKind::Console:
+            return std::nullopt;  // their handlers answer a wrong method themselves
+        case RouteKind::None:
+            return ErrorReply(404, "no resource at " + path);
+        case RouteKind::Document: {
+            if (method == MHD_HTTP_METHOD_GET) {
+                return std::nullopt;
+            }
+            HttpReply reply = ErrorReply(405, path + " takes GET, not " + method);
+            reply.allow = "GET";
+            return reply;
+        }
+        case RouteKind::Resource:
+            break;
     }
-    if (path == contract::kDocumentPath && method != MHD_HTTP_METHOD_GET) {
-        HttpReply reply = ErrorReply(405, path + " takes GET, not " + method);
-        reply.allow = "GET";
-        return reply;
-    }
-    if (path == contract::kDocumentPath) {
-        return std::nullopt;
-    }
-    if (path.rfind(kApiPrefix, 0) != 0) {
-        return ErrorReply(404, "no resource at " + path);
-    }
-    const std::string name = path.substr(std::strlen(kApiPrefix));
+    const std::string& name = state.route.rest;
     const Resource* resource = FindResource(parts, name);
     if (resource == nullptr) {
         return ErrorReply(404, KnownResourceName(name) ? "the module lacks stages of " + name
@@ -156,10 +194,9 @@ RequestHead HeadOf(MHD_Connection* connection, const char* method, const char* v
     return head;
 }
 
-HttpReply RunResource(HostParts& parts, MHD_Connection* connection, const std::string& path, bool put,
-                      const RequestState& state)
+HttpReply RunResource(HostParts& parts, MHD_Connection* connection, bool put, const RequestState& state)
 {
-    const Resource& resource = *FindResource(parts, path.substr(std::strlen(kApiPrefix)));
+    const Resource& resource = *FindResource(parts, state.route.rest);
     StageRequest request;
     request.put = put;
     request.url = state.rawUri;
@@ -196,6 +233,7 @@ MHD_Result Access(void* cls, MHD_Connection* connection, const char* url, const 
     const std::string path = url;
     if (!state->started) {
         state->started = true;
+        state->route = RouteOf(path);
         if (const std::optional<HeadRefusal> refusal = CheckRequest(HeadOf(connection, method, version, *state),
                                                                    front->Parts().names)) {
             front->Parts().log->Note(std::string(method) + " " + state->rawUri + " -> " +
@@ -228,20 +266,23 @@ MHD_Result Access(void* cls, MHD_Connection* connection, const char* url, const 
     if (state->tooLarge) {
         return Send(connection, ErrorReply(413, "the body is larger than " + std::to_string(kBodyLimit) + " bytes"));
     }
-    if (path == contract::kDocumentPath) {
-        return Send(connection, HttpReply{200, contract::ApiDocumentText(), ""});
+    switch (state->route.kind) {
+        case RouteKind::Document:
+            return Send(connection, HttpReply{200, contract::ApiDocumentText(), ""});
+        case RouteKind::Sim: {
+            const size_t query = state->rawUri.find('?');
+            return Send(connection,
+                        HandleSimRoute(front->Parts(), method, state->route.rest, state->body,
+                                       query == std::string::npos ? "" : state->rawUri.substr(query + 1)));
+        }
+        case RouteKind::Console:
+            return Send(connection, ConsoleFile(method, path));
+        case RouteKind::Resource:
+        case RouteKind::None:  // refused before its body
+            break;
     }
-    if (path.rfind(kSimPrefix, 0) == 0) {
-        const size_t query = state->rawUri.find('?');
-        return Send(connection, HandleSimRoute(front->Parts(), method, path.substr(std::strlen(kSimPrefix)),
-                                               state->body,
-                                               query == std::string::npos ? "" : state->rawUri.substr(query + 1)));
-    }
-    if (IsConsolePath(path)) {
-        return Send(connection, ConsoleFile(method, path));
-    }
-    return Send(connection,
-                RunResource(front->Parts(), connection, path, std::strcmp(method, MHD_HTTP_METHOD_PUT) == 0, *state));
+    return Send(connection, RunResource(front->Parts(), connection, std::strcmp(method, MHD_HTTP_METHOD_PUT) == 0,
+                                        *state));
 }
 
 }  // namespace

@@ -11,7 +11,7 @@
 #include "intake.h"
 #include "log_tap.h"
 #include "request_rules.h"
-#include "sim_common.h"
+#include "link.h"
 #include "stage_table.h"
 
 struct MHD_Daemon;
@@ -20,8 +20,6 @@ namespace devhost {
 
 class AccessGate;
 
-inline constexpr const char* kApiPrefix = "/api/isp/";
-inline constexpr const char* kSimPrefix = "/_sim/";
 
 struct HostParts {
     std::vector<Resource> resources;

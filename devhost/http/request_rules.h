@@ -15,14 +15,9 @@
 #include <utility>
 #include <vector>
 
-namespace devhost {
+#include "host_limits.h"
 
-// The largest request head (request line and header lines) the host takes.
-// libmicrohttpd keeps a head within its 32 KiB per connection; below that it
-// is the host that refuses.
-inline constexpr size_t kHeadLimit = 16 * 1024;
-// The largest request body.
-inline constexpr size_t kBodyLimit = 64 * 1024;
+namespace devhost {
 
 struct HeadRefusal {
     unsigned status;

@@ -8,6 +8,7 @@
 
 #include "access.h"
 #include "http_front.h"
+#include "journal.h"
 
 namespace devhost {
 
@@ -50,14 +51,18 @@ Json Request(const char* op)
     return o;
 }
 
-// The simulator's answer; a refusal becomes `failStatus`, a lost simulator 502.
-HttpReply Relay(LinkClient& link, json_object* request, unsigned failStatus)
+// The HTTP status of a request the link did not answer: a refused one gets
+// the route's own status, a lost simulator 502.
+unsigned StatusOf(const LinkReply& reply, unsigned refused)
 {
-    Json reply = link.Call(request);
-    if (const std::optional<std::string> error = JsonString(reply.get(), "error")) {
-        return ErrorReply(error->rfind("simulator", 0) == 0 ? 502 : failStatus, *error);
-    }
-    return JsonReply(200, reply.get());
+    return reply.error == LinkError::Refused ? refused : 502;
+}
+
+// The simulator's answer, or its refusal with `refused`.
+HttpReply Relay(LinkClient& link, json_object* request, unsigned refused)
+{
+    const LinkReply reply = link.Call(request);
+    return reply ? JsonReply(200, reply.body.get()) : ErrorReply(StatusOf(reply, refused), reply.message);
 }
 
 HttpReply Block(LinkClient& link, const std::string& method, unsigned long long command,
@@ -111,17 +116,17 @@ HttpReply MergedJournal(HostParts& parts, unsigned long long since)
     std::vector<json_object*> entries;
     long long kept = 0;
     long long dropped = 0;
-    const Json replies[] = {parts.isp->Call(request.get()), parts.control->Call(request.get())};
-    for (const Json& reply : replies) {
-        json_object* list = JsonGet(reply.get(), "entries");
-        if (!json_object_is_type(list, json_type_array)) {
+    const LinkReply replies[] = {parts.isp->Call(request.get()), parts.control->Call(request.get())};
+    for (const LinkReply& reply : replies) {
+        json_object* list = JsonGet(reply.body.get(), "entries");
+        if (!reply || !json_object_is_type(list, json_type_array)) {
             return ErrorReply(502, "a simulator did not give its journal");
         }
         for (size_t i = 0; i < json_object_array_length(list); i++) {
             entries.push_back(json_object_array_get_idx(list, i));
         }
-        kept += JsonInt(reply.get(), "kept").value_or(0);
-        dropped += JsonInt(reply.get(), "dropped").value_or(0);
+        kept += JsonInt(reply.body.get(), "kept").value_or(0);
+        dropped += JsonInt(reply.body.get(), "dropped").value_or(0);
     }
     std::sort(entries.begin(), entries.end(), [](json_object* a, json_object* b) {
         return JsonInt(a, "seq").value_or(0) < JsonInt(b, "seq").value_or(0);
@@ -174,8 +179,13 @@ HttpReply ArmFault(HostParts& parts, const std::string& body)
 HttpReply Faults(HostParts& parts)
 {
     Json o(json_object_new_object());
-    json_object_object_add(o.get(), "isp", parts.isp->Call(Request("faults").get()).release());
-    json_object_object_add(o.get(), "control", parts.control->Call(Request("faults").get()).release());
+    for (const auto& [name, link] : {std::pair{"isp", parts.isp}, std::pair{"control", parts.control}}) {
+        LinkReply reply = link->Call(Request("faults").get());
+        if (!reply) {
+            return ErrorReply(StatusOf(reply, 502), reply.message);
+        }
+        json_object_object_add(o.get(), name, reply.body.release());
+    }
     return JsonReply(200, o.get());
 }
 
@@ -192,9 +202,9 @@ HttpReply AccessMode(const HostParts& parts)
 HttpReply Both(HostParts& parts, const char* op)
 {
     for (LinkClient* link : {parts.isp, parts.control}) {
-        Json reply = link->Call(Request(op).get());
-        if (const std::optional<std::string> error = JsonString(reply.get(), "error")) {
-            return ErrorReply(502, *error);
+        const LinkReply reply = link->Call(Request(op).get());
+        if (!reply) {
+            return ErrorReply(502, reply.message);
         }
     }
     return JsonReply(200, JsonOk().get());

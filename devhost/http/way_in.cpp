@@ -87,7 +87,7 @@ std::string Reason(MHD_Connection* connection, const std::string& target)
 
 std::optional<std::string> PageFile()
 {
-    const int fd = openat(OpenConsoleDirectory(), kPageFile, O_RDONLY | O_CLOEXEC);
+    const int fd = openat(ConsoleDirectory(), kPageFile, O_RDONLY | O_CLOEXEC);
     if (fd < 0) {
         return std::nullopt;
     }

@@ -11,6 +11,8 @@
 #include <thread>
 
 #include "kxapi_common.h"
+#include "link.h"
+#include "sim_core.h"
 #include "sim_frames.h"
 
 namespace devhost {

@@ -3,11 +3,10 @@
 #ifndef DEVHOST_CONTROL_SIM_H
 #define DEVHOST_CONTROL_SIM_H
 
+#include "places.h"
 #include "profile.h"
 
 namespace devhost {
-
-inline constexpr const char* kControlSocketPath = "/tmp/A";
 
 // Result of a command code the control process does not know.
 inline constexpr int kControlUnknownCommand = 22;

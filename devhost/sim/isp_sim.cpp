@@ -14,6 +14,8 @@
 #include <map>
 #include <thread>
 
+#include "link.h"
+#include "sim_core.h"
 #include "sim_frames.h"
 #include "wiro.h"
 

@@ -4,11 +4,11 @@
 #ifndef DEVHOST_ISP_SIM_H
 #define DEVHOST_ISP_SIM_H
 
+#include "places.h"
 #include "profile.h"
 
 namespace devhost {
 
-inline constexpr const char* kIspNodeDir = "/mnt/srvfs";
 inline constexpr const char* kIspNodeName = "isp.iaas.qtn";
 
 // Runs the service in the calling process until it is told to stop (SIGINT,

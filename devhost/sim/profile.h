@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "ability.h"
-#include "sim_common.h"
+#include "json.h"
 
 namespace devhost {
 

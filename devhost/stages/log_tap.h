@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "sim_common.h"
+#include "journal.h"
 #include "vw_log.h"
 
 namespace devhost {

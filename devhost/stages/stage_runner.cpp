@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "control_sim.h"
+#include "places.h"
 
 namespace devhost {
 
