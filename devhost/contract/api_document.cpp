@@ -472,6 +472,7 @@ json_object* Build()
     Put(schemas, "ResponseStatus", envelope);
     Put(schemas, "HostError", HostErrorSchema());
     AddAll(schemas, json_object_object_get(host, "schemas"));
+    AddFaultSchema(schemas);
 
     json_object* responses = Object();
     for (const auto& [status, variants] : EnvelopeByHttpStatus()) {

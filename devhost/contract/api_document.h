@@ -61,6 +61,9 @@ json_object* HostPaths();
 // the fault table (which kinds each service plays, which commands the
 // resources send it) and the layouts of the blocks and payloads.
 void AddDeviceTables(json_object* paths);
+// The fault's schema (components.schemas.SimFault): its kinds and the ranges
+// of its numbers, from the host's fault table.
+void AddFaultSchema(json_object* schemas);
 
 // The whole document, built once; and as the text the host serves
 // (JSON_C_TO_STRING_PRETTY, a final newline).

@@ -11,18 +11,17 @@
 #include <string>
 
 #include "api_document.h"
+#include "faults.h"
 #include "profile.h"
 #include "qtnapi_isp_srv.h"
-#include "faults.h"
 
 namespace devhost::contract {
 
 namespace {
 
 struct ServiceRow {
-    const char* service;
+    Service service;
     const char* title;
-    std::span<const FaultKind> kinds;
     // How long the module waits for a reply of this service, 0 without a bound,
     // and the operations it bounds (for commands that have a block).
     long long timeoutMs;
@@ -30,13 +29,13 @@ struct ServiceRow {
 };
 
 const ServiceRow kServices[] = {
-    {"isp", "ISP service", kIspFaultKinds, ISP_SRV_TIMEOUT, {"read", "write"}},
-    {"control", "control process", kControlFaultKinds, 0, {}},
+    {Service::Isp, "ISP service", ISP_SRV_TIMEOUT, {"read", "write"}},
+    {Service::Control, "control process", 0, {}},
 };
 
-long BlockSize(const std::string& service, long long command)
+long BlockSize(Service service, long long command)
 {
-    return service == "isp" ? IspBlockSize(static_cast<unsigned>(command))
+    return service == Service::Isp ? IspBlockSize(static_cast<unsigned>(command))
                             : ControlPayloadSize(static_cast<int>(command));
 }
 
@@ -54,7 +53,7 @@ json_object* Texts(std::initializer_list<const char*> texts)
 json_object* Commands(const ServiceRow& row)
 {
     std::map<long long, std::vector<std::string>> by;
-    if (std::string(row.service) == "isp") {
+    if (row.service == Service::Isp) {
         for (const IspCommandInfo& c : kIspCommands) {
             by[c.command];
         }
@@ -65,7 +64,7 @@ json_object* Commands(const ServiceRow& row)
     }
     for (const ResourceContract& c : ResourceContracts()) {
         for (const DeviceCommand& d : c.commands) {
-            if (std::string(d.service) != row.service) {
+            if (std::string(d.service) != ServiceName(row.service)) {
                 continue;
             }
             std::vector<std::string>& names = by[d.command];
@@ -96,11 +95,13 @@ json_object* FaultTable()
     json_object* services = json_object_new_array();
     for (const ServiceRow& row : kServices) {
         json_object* o = Object();
-        Put(o, "service", Text(row.service));
+        Put(o, "service", Text(ServiceName(row.service)));
         Put(o, "title", Text(row.title));
         json_object* kinds = json_object_new_array();
-        for (const FaultKind kind : row.kinds) {
-            json_object_array_add(kinds, Text(FaultKindName(kind)));
+        for (const FaultKindRow& kind : kFaultKinds) {
+            if (Plays(row.service, kind.kind)) {
+                json_object_array_add(kinds, Text(kind.name));
+            }
         }
         Put(o, "kinds", kinds);
         if (row.timeoutMs > 0) {
@@ -111,14 +112,13 @@ json_object* FaultTable()
         json_object_array_add(services, o);
     }
     json_object* kinds = json_object_new_array();
-    for (const FaultKind kind : {FaultKind::NoAnswer, FaultKind::Delay, FaultKind::Status, FaultKind::ShortContent,
-                                 FaultKind::Result, FaultKind::SendFailure, FaultKind::Down}) {
+    for (const FaultKindRow& kind : kFaultKinds) {
         json_object* o = Object();
-        Put(o, "kind", Text(FaultKindName(kind)));
-        if (const char* key = FaultValueKey(kind)) {
-            Put(o, "value", Text(key));
+        Put(o, "kind", Text(kind.name));
+        if (kind.valueKey != nullptr) {
+            Put(o, "value", Text(kind.valueKey));
         }
-        Put(o, "about", Text(FaultKindAbout(kind)));
+        Put(o, "about", Text(kind.about));
         json_object_array_add(kinds, o);
     }
     json_object* table = Object();
@@ -151,6 +151,13 @@ json_object* Layouts(const std::string& service)
     return by;
 }
 
+// Sets an integer member's range in its schema.
+void Range(json_object* schema, long long min, long long max)
+{
+    Put(schema, "minimum", Integer(min));
+    Put(schema, "maximum", Integer(max));
+}
+
 json_object* OperationOf(json_object* paths, const char* path, const char* method)
 {
     json_object* item = nullptr;
@@ -163,6 +170,21 @@ json_object* OperationOf(json_object* paths, const char* path, const char* metho
 }
 
 }  // namespace
+
+void AddFaultSchema(json_object* schemas)
+{
+    json_object* properties = json_object_object_get(json_object_object_get(schemas, "SimFault"), "properties");
+    json_object* kinds = json_object_new_array();
+    for (const FaultKindRow& kind : kFaultKinds) {
+        json_object_array_add(kinds, Text(kind.name));
+        if (kind.valueKey != nullptr) {
+            Range(json_object_object_get(properties, kind.valueKey), kind.min, kind.max);
+        }
+    }
+    Put(json_object_object_get(properties, "kind"), "enum", kinds);
+    Range(json_object_object_get(properties, "command"), 0, kCommandMax);
+    Range(json_object_object_get(properties, "channel"), 0, kChannelMax);
+}
 
 void AddDeviceTables(json_object* paths)
 {

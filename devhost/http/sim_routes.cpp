@@ -8,6 +8,7 @@
 
 #include "access.h"
 #include "http_front.h"
+#include "faults.h"
 #include "journal.h"
 
 namespace devhost {
@@ -16,10 +17,7 @@ namespace {
 
 // Command numbers from here on belong to the control process.
 constexpr long long kFirstControlCommand = 1000;
-// The largest command number and channel the simulators keep: a command is a
-// signed 32-bit number on both links, a channel an unsigned one.
-constexpr unsigned long long kCommandMax = INT32_MAX;
-constexpr unsigned long long kChannelMax = UINT32_MAX;
+
 
 std::vector<std::string> Split(const std::string& path)
 {
@@ -151,12 +149,14 @@ HttpReply ArmFault(HostParts& parts, const std::string& body)
     if (fault == nullptr || !json_object_is_type(fault.get(), json_type_object)) {
         return ErrorReply(400, "the body must be a JSON object describing the fault");
     }
-    // The service is named, or follows from the command.
+    // The service is named, or follows from the kind (when one service alone
+    // plays it) or from the command.
     std::string service = JsonString(fault.get(), "service").value_or("");
     if (service.empty()) {
         const std::optional<long long> command = JsonInt(fault.get(), "command");
-        if (JsonString(fault.get(), "kind").value_or("") == "down") {
-            service = "control";
+        const std::optional<FaultKind> kind = FaultKindByName(JsonString(fault.get(), "kind").value_or(""));
+        if (kind && RowOf(*kind).services != (Service::Isp | Service::Control)) {
+            service = ServiceName(RowOf(*kind).services == Service::Isp ? Service::Isp : Service::Control);
         } else if (!command) {
             return ErrorReply(400, "a fault names its \"command\" or its \"service\" (\"isp\" or \"control\")");
         } else {
@@ -224,8 +224,8 @@ HttpReply HandleSimRoute(HostParts& parts, const std::string& method, const std:
         return reply;
     };
     if (p.size() == 3 && p[0] == "isp") {
-        const std::optional<unsigned long long> command = Number(p[1], kCommandMax);
-        const std::optional<unsigned long long> channel = Number(p[2], kChannelMax);
+        const std::optional<unsigned long long> command = Number(p[1], static_cast<unsigned long long>(kCommandMax));
+        const std::optional<unsigned long long> channel = Number(p[2], static_cast<unsigned long long>(kChannelMax));
         if (!command || !channel) {
             return ErrorReply(404, "use /_sim/isp/<command>/<channel> with decimal numbers up to " +
                                        std::to_string(kCommandMax) + " and " + std::to_string(kChannelMax));
@@ -233,7 +233,7 @@ HttpReply HandleSimRoute(HostParts& parts, const std::string& method, const std:
         return get || put ? Block(*parts.isp, method, *command, channel, body) : wrongMethod("GET, PUT");
     }
     if (p.size() == 2 && p[0] == "control") {
-        const std::optional<unsigned long long> code = Number(p[1], kCommandMax);
+        const std::optional<unsigned long long> code = Number(p[1], static_cast<unsigned long long>(kCommandMax));
         if (!code) {
             return ErrorReply(404, "use /_sim/control/<code> with a decimal number up to " + std::to_string(kCommandMax));
         }

@@ -8,28 +8,6 @@ namespace devhost {
 
 namespace {
 
-struct FaultName {
-    FaultKind kind;
-    const char* name;
-    const char* valueKey;  // the member carrying the fault's value, if any
-    const char* about;
-    long long min = 0;  // the value's range: what the field it lands in holds
-    long long max = 0;
-};
-
-constexpr FaultName kFaultNames[] = {
-    {FaultKind::NoAnswer, "noAnswer", nullptr,
-     "no reply: the exchange is held until the faults are cleared, or until the module's time-out"},
-    {FaultKind::Delay, "delay", "ms", "the reply comes this many milliseconds later", 0, 600000},
-    {FaultKind::Status, "status", "status", "the reply carries this status code and changes nothing", 0, UINT16_MAX},
-    {FaultKind::ShortContent, "shortContent", "length",
-     "the reply's content is cut to this many bytes (without it: to half)", 0, INT32_MAX},
-    {FaultKind::Result, "result", "result", "the reply carries this Result and changes nothing", INT32_MIN,
-     INT32_MAX},
-    {FaultKind::SendFailure, "sendFailure", nullptr, "the request cannot be sent: the module's write fails"},
-    {FaultKind::Down, "down", nullptr, "the socket is gone until the faults are cleared"},
-};
-
 // A member that must be an integer from `min` to `max` when it is there.
 bool InRange(json_object* o, const char* key, long long min, long long max, std::string& error)
 {
@@ -44,21 +22,25 @@ bool InRange(json_object* o, const char* key, long long min, long long max, std:
     return false;
 }
 
-const FaultName& NameOf(FaultKind kind)
+}  // namespace
+
+const FaultKindRow& RowOf(FaultKind kind)
 {
-    for (const FaultName& n : kFaultNames) {
-        if (n.kind == kind) {
-            return n;
+    for (const FaultKindRow& row : kFaultKinds) {
+        if (row.kind == kind) {
+            return row;
         }
     }
-    return kFaultNames[0];
+    return kFaultKinds[0];
 }
 
-}  // namespace
+bool Plays(Service service, FaultKind kind) { return (RowOf(kind).services & service) != 0; }
+
+const char* ServiceName(Service service) { return service == Service::Isp ? "isp" : "control"; }
 
 std::optional<FaultKind> FaultKindByName(const std::string& name)
 {
-    for (const FaultName& n : kFaultNames) {
+    for (const FaultKindRow& n : kFaultKinds) {
         if (name == n.name) {
             return n.kind;
         }
@@ -66,24 +48,22 @@ std::optional<FaultKind> FaultKindByName(const std::string& name)
     return std::nullopt;
 }
 
-const char* FaultKindName(FaultKind kind) { return NameOf(kind).name; }
-
-const char* FaultValueKey(FaultKind kind) { return NameOf(kind).valueKey; }
-
-const char* FaultKindAbout(FaultKind kind) { return NameOf(kind).about; }
 
 std::optional<Fault> FaultFromJson(json_object* o, std::string& error)
 {
     const std::optional<std::string> kindName = JsonString(o, "kind");
     const std::optional<FaultKind> kind = kindName ? FaultKindByName(*kindName) : std::nullopt;
     if (!kind) {
-        error = "\"kind\" must be one of noAnswer, delay, status, shortContent, result, sendFailure, down";
+        error = "\"kind\" must be one of";
+        for (const FaultKindRow& row : kFaultKinds) {
+            error += std::string(&row == kFaultKinds ? " " : ", ") + row.name;
+        }
         return std::nullopt;
     }
-    const FaultName& name = NameOf(*kind);
-    if (!InRange(o, "command", 0, INT32_MAX, error) || !InRange(o, "channel", 0, UINT32_MAX, error) ||
+    const FaultKindRow& row = RowOf(*kind);
+    if (!InRange(o, "command", 0, kCommandMax, error) || !InRange(o, "channel", 0, kChannelMax, error) ||
         !InRange(o, "count", 0, INT64_MAX, error) ||
-        (name.valueKey != nullptr && !InRange(o, name.valueKey, name.min, name.max, error))) {
+        (row.valueKey != nullptr && !InRange(o, row.valueKey, row.min, row.max, error))) {
         return std::nullopt;
     }
     Fault fault;
@@ -93,7 +73,7 @@ std::optional<Fault> FaultFromJson(json_object* o, std::string& error)
         fault.channel = static_cast<uint32_t>(*channel);
     }
     fault.remaining = JsonInt(o, "count").value_or(-1);
-    if (const char* key = NameOf(*kind).valueKey) {
+    if (const char* key = row.valueKey) {
         const std::optional<long long> value = JsonInt(o, key);
         // A short content without a length means half the block.
         if (!value && *kind != FaultKind::ShortContent) {
@@ -115,7 +95,7 @@ Json FaultToJson(const Fault& fault)
     if (fault.channel) {
         json_object_object_add(o.get(), "channel", json_object_new_int64(*fault.channel));
     }
-    if (const char* key = NameOf(fault.kind).valueKey) {
+    if (const char* key = RowOf(fault.kind).valueKey) {
         json_object_object_add(o.get(), key, json_object_new_int64(fault.value));
     }
     if (fault.remaining >= 0) {

@@ -200,11 +200,11 @@ Json HandleLink(json_object* request)
 {
     const std::string op = JsonString(request, "op").value_or("");
     if (op == "faults.arm" || op == "faults.clear") {
-        Json reply = HandleCoreRequest(g_sim->core, op, request, kControlFaultKinds);
+        Json reply = HandleCoreRequest(g_sim->core, op, request, Service::Control);
         AwaitSocketState();
         return reply;
     }
-    if (Json core = HandleCoreRequest(g_sim->core, op, request, {})) {
+    if (Json core = HandleCoreRequest(g_sim->core, op, request, Service::Control)) {
         return core;
     }
     if (op == "reset") {

@@ -438,7 +438,7 @@ int SimPoll(const char*, fuse_file_info* fi, fuse_pollhandle* ph, unsigned* reve
 Json HandleLink(json_object* request)
 {
     const std::string op = JsonString(request, "op").value_or("");
-    if (Json core = HandleCoreRequest(g_sim->core, op, request, kIspFaultKinds)) {
+    if (Json core = HandleCoreRequest(g_sim->core, op, request, Service::Isp)) {
         return core;
     }
     if (op == "reset") {

@@ -5,8 +5,7 @@
 
 namespace devhost {
 
-Json HandleCoreRequest(SimCore& core, const std::string& op, json_object* request,
-                       std::span<const FaultKind> supported)
+Json HandleCoreRequest(SimCore& core, const std::string& op, json_object* request, Service service)
 {
     if (op == "ping") {
         return JsonOk();
@@ -30,11 +29,9 @@ Json HandleCoreRequest(SimCore& core, const std::string& op, json_object* reques
         if (!fault) {
             return JsonError(error);
         }
-        for (FaultKind kind : supported) {
-            if (kind == fault->kind) {
-                core.faults.Arm(*fault);
-                return JsonOk();
-            }
+        if (Plays(service, fault->kind)) {
+            core.faults.Arm(*fault);
+            return JsonOk();
         }
         return JsonError(std::string("this service cannot play the fault \"") + FaultKindName(fault->kind) + "\"");
     }

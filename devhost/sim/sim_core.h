@@ -23,9 +23,8 @@ struct SimCore {
 };
 
 // The reply to one of the shared requests, or null when `op` is another.
-// `supported` lists the fault kinds this simulator can play.
-Json HandleCoreRequest(SimCore& core, const std::string& op, json_object* request,
-                       std::span<const FaultKind> supported);
+// `service` is the service this simulator plays (the fault kinds it takes).
+Json HandleCoreRequest(SimCore& core, const std::string& op, json_object* request, Service service);
 
 }  // namespace devhost
 
