@@ -9,7 +9,7 @@
 #include "host_limits.h"
 #include "kxapi_common.h"
 #include "kxapi_business_common.h"
-#include "qtnapi_isp_stage.h"
+#include "qtnapi_isp_srv.h"
 #include "stage_table.h"
 
 namespace devhost::contract {

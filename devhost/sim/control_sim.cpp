@@ -65,8 +65,6 @@ struct ControlSimulator {
     std::atomic<bool> listening{false};
 };
 
-ControlSimulator* g_sim = nullptr;
-
 template <class T>
 void PutWord(uint8_t* at, T value)
 {
@@ -74,46 +72,35 @@ void PutWord(uint8_t* at, T value)
 }
 
 // Answers one command; false when the connection is to be closed instead.
-bool Answer(int fd, const ControlCommand& command)
+bool Answer(ControlSimulator& sim, int fd, const ControlCommand& command)
 {
     const auto& [type, code, channelField, body] = command;
-    const std::optional<Fault> fault = g_sim->core.faults.Take(code, channelField);
     const long size = ControlPayloadSize(code);
     // The part of the body the command gives a meaning to.
     const size_t head = size > 0 ? static_cast<size_t>(size) : 16;
-
-    Json entry(json_object_new_object());
-    json_object_object_add(entry.get(), "service", json_object_new_string("control"));
-    json_object_object_add(entry.get(), "messageType", json_object_new_string(type == VW_MSG_WRITE ? "write" : "read"));
-    json_object_object_add(entry.get(), "command", json_object_new_int(code));
-    json_object_object_add(entry.get(), "channel", json_object_new_int64(channelField));
-    json_object_object_add(entry.get(), "request", json_object_new_string(ToHex(body.data(), head).c_str()));
-    if (fault) {
-        json_object_object_add(entry.get(), "fault", json_object_new_string(FaultKindName(fault->kind)));
-        if (fault->kind == FaultKind::NoAnswer || fault->kind == FaultKind::SendFailure) {
-            json_object_object_add(entry.get(), "reply", nullptr);
-            json_object_object_add(entry.get(), "result", nullptr);
-            g_sim->core.journal.Add(std::move(entry));
-            if (fault->kind == FaultKind::NoAnswer) {
-                // Held until the faults are cleared; then the connection closes.
-                g_sim->core.faults.WaitCleared(g_sim->core.stop);
-            }
-            return false;
+    Exchange exchange(sim.core, Service::Control, "messageType", type == VW_MSG_WRITE ? "write" : "read", code,
+                      channelField, json_object_new_int64(channelField), ToHex(body.data(), head));
+    if (exchange.Unanswered()) {
+        exchange.End("result", nullptr, 0);
+        if (exchange.Meets(FaultKind::NoAnswer)) {
+            // Held until the faults are cleared; then the connection closes.
+            sim.core.faults.WaitCleared(sim.core.stop);
         }
-        if (fault->kind == FaultKind::Delay) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(fault->value));
-        }
+        return false;
+    }
+    if (exchange.Meets(FaultKind::Delay)) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(exchange.fault()->value));
     }
 
     int result = 0;
-    if (fault && fault->kind == FaultKind::Result) {
-        result = static_cast<int>(fault->value);
+    if (exchange.Meets(FaultKind::Result)) {
+        result = static_cast<int>(exchange.fault()->value);
     } else if (size < 0) {
         result = kControlUnknownCommand;
     } else if (type == VW_MSG_WRITE) {
-        g_sim->state.Put(code, body.data(), body.size());
+        sim.state.Put(code, body.data(), body.size());
     }
-    const Bytes payload = g_sim->state.Get(code).value_or(Bytes());
+    const Bytes payload = sim.state.Get(code).value_or(Bytes());
 
     std::vector<uint8_t> reply(VW_SYN_REPLY_HEAD + VW_MSG_DATA_LEN, 0);
     PutWord<uint32_t>(reply.data(), VW_SYN_MAGIC);
@@ -123,16 +110,14 @@ bool Answer(int fd, const ControlCommand& command)
     PutWord<int32_t>(data + kResultOffset, result);
     std::memcpy(data + kPayloadOffset, payload.data(), payload.size());
 
-    json_object_object_add(entry.get(), "reply", json_object_new_string(ToHex(payload).c_str()));
-    json_object_object_add(entry.get(), "result", json_object_new_int(result));
-    g_sim->core.journal.Add(std::move(entry));
+    exchange.End("result", &payload, result);
     return StreamTransfer(fd, reply.data(), reply.size(), true);
 }
 
-void Serve(int fd)
+void Serve(ControlSimulator& sim, int fd)
 {
     while (const std::optional<ControlCommand> command = ReadControlCommand(fd)) {
-        if (!Answer(fd, *command)) {
+        if (!Answer(sim, fd, *command)) {
             break;
         }
     }
@@ -159,10 +144,10 @@ int Listen(const char* path)
 
 // Accepts connections, one thread each. While a "down" fault is armed the
 // socket is gone, as when the control process is not running.
-void AcceptLoop(const char* path, int listenFd)
+void AcceptLoop(ControlSimulator& sim, const char* path, int listenFd)
 {
-    while (!g_sim->core.stop) {
-        const bool down = g_sim->core.faults.Armed(FaultKind::Down);
+    while (!sim.core.stop) {
+        const bool down = sim.core.faults.Armed(FaultKind::Down);
         if (down && listenFd >= 0) {
             close(listenFd);
             unlink(path);
@@ -170,7 +155,7 @@ void AcceptLoop(const char* path, int listenFd)
         } else if (!down && listenFd < 0) {
             listenFd = Listen(path);
         }
-        g_sim->listening = listenFd >= 0;
+        sim.listening = listenFd >= 0;
         if (listenFd < 0) {
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
             continue;
@@ -181,7 +166,7 @@ void AcceptLoop(const char* path, int listenFd)
         }
         const int fd = accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC);
         if (fd >= 0) {
-            std::thread(Serve, fd).detach();
+            std::thread([&sim, fd] { Serve(sim, fd); }).detach();
         }
     }
 }
@@ -189,29 +174,29 @@ void AcceptLoop(const char* path, int listenFd)
 // The accept loop looks at "down" every 20 ms; a reply that arms or clears
 // faults waits until it has, so that the next command already finds the
 // socket gone or back.
-void AwaitSocketState()
+void AwaitSocketState(ControlSimulator& sim)
 {
-    for (int i = 0; i < 500 && g_sim->listening == g_sim->core.faults.Armed(FaultKind::Down); i++) {
+    for (int i = 0; i < 500 && sim.listening == sim.core.faults.Armed(FaultKind::Down); i++) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
 }
 
-Json HandleLink(json_object* request)
+Json HandleLink(ControlSimulator& sim, json_object* request)
 {
     const std::string op = JsonString(request, "op").value_or("");
     if (op == "faults.arm" || op == "faults.clear") {
-        Json reply = HandleCoreRequest(g_sim->core, op, request, Service::Control);
-        AwaitSocketState();
+        Json reply = HandleCoreRequest(sim.core, op, request, Service::Control);
+        AwaitSocketState(sim);
         return reply;
     }
-    if (Json core = HandleCoreRequest(g_sim->core, op, request, Service::Control)) {
+    if (Json core = HandleCoreRequest(sim.core, op, request, Service::Control)) {
         return core;
     }
     if (op == "reset") {
-        g_sim->state.Restore();
-        g_sim->core.journal.Clear();
-        g_sim->core.faults.Clear();
-        AwaitSocketState();
+        sim.state.Restore();
+        sim.core.journal.Clear();
+        sim.core.faults.Clear();
+        AwaitSocketState(sim);
         return JsonOk();
     }
     const std::optional<long long> command = JsonInt(request, "command");
@@ -228,9 +213,9 @@ Json HandleLink(json_object* request)
         if (size >= 0 && value->size() != static_cast<size_t>(size)) {
             return JsonError("the payload has " + std::to_string(size) + " bytes");
         }
-        g_sim->state.Put(code, value->data(), value->size());
+        sim.state.Put(code, value->data(), value->size());
     }
-    const std::optional<Bytes> payload = g_sim->state.Get(code);
+    const std::optional<Bytes> payload = sim.state.Get(code);
     if (!payload) {
         return JsonError("the control process has no such command");
     }
@@ -242,13 +227,12 @@ Json HandleLink(json_object* request)
 int RunControlSimulator(const DeviceImage& image, const char* socketPath, int linkFd)
 {
     static ControlSimulator sim(image);
-    g_sim = &sim;
     const int listenFd = Listen(socketPath);
     if (listenFd < 0) {
         return 1;
     }
-    std::thread acceptor(AcceptLoop, socketPath, listenFd);
-    LinkServe(linkFd, HandleLink);
+    std::thread acceptor([&] { AcceptLoop(sim, socketPath, listenFd); });
+    LinkServe(linkFd, [](json_object* request) { return HandleLink(sim, request); });
     sim.core.stop = true;
     acceptor.join();
     return 0;

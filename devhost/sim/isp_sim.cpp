@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "link.h"
+#include "isp_service.h"
 #include "sim_core.h"
 #include "sim_frames.h"
 #include "wiro.h"
@@ -22,68 +23,6 @@
 namespace devhost {
 
 namespace {
-
-constexpr uint16_t kStatusOk = 200;
-constexpr uint16_t kStatusBadRequest = 400;
-constexpr uint16_t kStatusNoBlock = 404;
-
-enum IspOperation : uint8_t { kOpReset = 0, kOpCreate = 1, kOpRead = 2, kOpWrite = 3 };
-
-const char* OperationName(uint8_t op)
-{
-    static const char* const names[] = {"reset", "create", "read", "write"};
-    return op < 4 ? names[op] : "unknown";
-}
-
-// The service's parameter blocks, per command and channel, made from the
-// profile when first used.
-class IspState {
-public:
-    explicit IspState(const DeviceImage& image) : image_(image) {}
-
-    // A copy of the block, or nullopt when the service has none there.
-    std::optional<Bytes> Get(unsigned command, uint32_t channel)
-    {
-        std::lock_guard<std::mutex> guard(lock_);
-        Bytes* block = Find(command, channel);
-        return block != nullptr ? std::optional<Bytes>(*block) : std::nullopt;
-    }
-
-    // Stores the block when the service has one of that size there.
-    bool Put(unsigned command, uint32_t channel, const Bytes& value)
-    {
-        std::lock_guard<std::mutex> guard(lock_);
-        Bytes* block = Find(command, channel);
-        if (block == nullptr || block->size() != value.size()) {
-            return false;
-        }
-        *block = value;
-        return true;
-    }
-
-    // Returns the blocks of one command (or of all, for 0) to the profile.
-    void Restore(unsigned command)
-    {
-        std::lock_guard<std::mutex> guard(lock_);
-        for (auto it = blocks_.begin(); it != blocks_.end();) {
-            it = command == 0 || it->first.first == command ? blocks_.erase(it) : std::next(it);
-        }
-    }
-
-private:
-    Bytes* Find(unsigned command, uint32_t channel)
-    {
-        const auto profile = image_.ispBlocks.find(command);
-        if (profile == image_.ispBlocks.end() || channel >= image_.channels) {
-            return nullptr;
-        }
-        return &blocks_.try_emplace({command, channel}, profile->second).first->second;
-    }
-
-    const DeviceImage& image_;
-    std::mutex lock_;
-    std::map<std::pair<unsigned, uint32_t>, Bytes> blocks_;
-};
 
 // One open of the node. The module's frames travel through a socket pair:
 // what the module writes goes into wire[0] and is read as a frame from
@@ -117,13 +56,15 @@ struct IspSimulator {
     fuse_session* fuseSession = nullptr;
 };
 
-IspSimulator* g_sim = nullptr;
+// The simulator the file system's callbacks serve (fuse_new's user data).
+IspSimulator& Sim() { return *static_cast<IspSimulator*>(fuse_get_context()->private_data); }
 
 SessionPtr SessionOf(const fuse_file_info* fi)
 {
-    std::lock_guard<std::mutex> guard(g_sim->sessionsLock);
-    const auto it = g_sim->sessions.find(fi->fh);
-    return it != g_sim->sessions.end() ? it->second : nullptr;
+    IspSimulator& sim = Sim();
+    std::lock_guard<std::mutex> guard(sim.sessionsLock);
+    const auto it = sim.sessions.find(fi->fh);
+    return it != sim.sessions.end() ? it->second : nullptr;
 }
 
 // Wakes a module that waits in poll() on the session.
@@ -150,45 +91,6 @@ bool Readable(int fd)
 {
     pollfd p{fd, POLLIN, 0};
     return poll(&p, 1, 0) > 0;
-}
-
-struct IspReply {
-    uint16_t status = kStatusOk;
-    Bytes content;
-};
-
-// What the service does with one request, without faults.
-IspReply Perform(uint8_t op, unsigned command, std::optional<uint32_t> channel, const Bytes& content)
-{
-    IspState& state = g_sim->state;
-    const uint32_t ch = channel.value_or(0);
-    IspReply reply;
-    if (op == kOpWrite && command == kIspRestoreDefaults) {
-        state.Restore(0);
-        return reply;
-    }
-    if (op == kOpReset && command == kIspThermal) {
-        // The reset names the thermal reset channel; the settings it returns
-        // to the profile are those of every channel.
-        state.Restore(kIspThermal);
-        return reply;
-    }
-    const bool stores = op == kOpWrite || (op == kOpCreate && command == 16);
-    if (op != kOpRead && !stores) {
-        reply.status = kStatusBadRequest;
-        return reply;
-    }
-    if (stores && !state.Put(command, ch, content)) {
-        reply.status = state.Get(command, ch) ? kStatusBadRequest : kStatusNoBlock;
-        return reply;
-    }
-    const std::optional<Bytes> block = state.Get(command, ch);
-    if (!block) {
-        reply.status = kStatusNoBlock;
-        return reply;
-    }
-    reply.content = *block;
-    return reply;
 }
 
 // What a reply echoes of its request.
@@ -219,53 +121,40 @@ bool SendReply(Session& s, const ReplyHead& head, const IspReply& reply)
 // module's write is to fail.
 bool Answer(const SessionPtr& s, const wiro_message_t* request)
 {
+    IspSimulator& sim = Sim();
     const auto [op, command, channel, content] = IspRequestOf(request);
-    const std::optional<Fault> fault = g_sim->core.faults.Take(static_cast<int>(command), channel);
-
-    Json entry(json_object_new_object());
-    json_object_object_add(entry.get(), "service", json_object_new_string("isp"));
-    json_object_object_add(entry.get(), "operation", json_object_new_string(OperationName(op)));
-    json_object_object_add(entry.get(), "command", json_object_new_int(static_cast<int>(command)));
-    json_object_object_add(entry.get(), "channel", channel ? json_object_new_int64(*channel) : nullptr);
-    json_object_object_add(entry.get(), "request", json_object_new_string(ToHex(content).c_str()));
-    if (fault) {
-        json_object_object_add(entry.get(), "fault", json_object_new_string(FaultKindName(fault->kind)));
-    }
-    const FaultKind kind = fault ? fault->kind : FaultKind::Delay;
-    if (fault && (kind == FaultKind::NoAnswer || kind == FaultKind::SendFailure)) {
-        json_object_object_add(entry.get(), "reply", nullptr);
-        json_object_object_add(entry.get(), "status", nullptr);
-        g_sim->core.journal.Add(std::move(entry));
-        if (kind == FaultKind::SendFailure) {
+    Exchange exchange(sim.core, Service::Isp, "operation", OperationName(op), static_cast<int>(command), channel,
+                      channel ? json_object_new_int64(*channel) : nullptr, ToHex(content));
+    if (exchange.Unanswered()) {
+        exchange.End("status", nullptr, 0);
+        if (exchange.Meets(FaultKind::SendFailure)) {
             return false;
         }
         // Held until the faults are cleared; then the session fails.
-        std::thread([s] {
-            g_sim->core.faults.WaitCleared(g_sim->core.stop);
+        std::thread([s, &sim] {
+            sim.core.faults.WaitCleared(sim.core.stop);
             Break(*s);
         }).detach();
         return true;
     }
-
     IspReply reply;
-    if (fault && kind == FaultKind::Status) {
+    if (exchange.Meets(FaultKind::Status)) {
         // A refused request changes nothing; a read still carries the block.
-        reply.status = static_cast<uint16_t>(fault->value);
-        reply.content = g_sim->state.Get(command, channel.value_or(0)).value_or(content);
+        reply.status = static_cast<uint16_t>(exchange.fault()->value);
+        reply.content = sim.state.Get(command, channel.value_or(0)).value_or(content);
     } else {
-        reply = Perform(op, command, channel, content);
+        reply = Perform(sim.state, op, command, channel, content);
     }
-    if (fault && kind == FaultKind::ShortContent) {
-        const size_t keep = fault->value >= 0 ? static_cast<size_t>(fault->value) : reply.content.size() / 2;
+    if (exchange.Meets(FaultKind::ShortContent)) {
+        const long long length = exchange.fault()->value;
+        const size_t keep = length >= 0 ? static_cast<size_t>(length) : reply.content.size() / 2;
         reply.content.resize(std::min(keep, reply.content.size()));
     }
-    json_object_object_add(entry.get(), "reply", json_object_new_string(ToHex(reply.content).c_str()));
-    json_object_object_add(entry.get(), "status", json_object_new_int(reply.status));
-    g_sim->core.journal.Add(std::move(entry));
+    exchange.End("status", &reply.content, reply.status);
 
     const ReplyHead head{request->header->op, request->header->command, channel};
-    if (fault && kind == FaultKind::Delay) {
-        std::thread([s, head, reply, delayMs = fault->value] {
+    if (exchange.Meets(FaultKind::Delay)) {
+        std::thread([s, head, reply, delayMs = exchange.fault()->value] {
             std::this_thread::sleep_for(std::chrono::milliseconds(delayMs));
             SendReply(*s, head, reply);
         }).detach();
@@ -284,7 +173,7 @@ void* SimInit(fuse_conn_info*, fuse_config* cfg)
     cfg->kernel_cache = 0;
     cfg->attr_timeout = 0;
     cfg->entry_timeout = 0;
-    return nullptr;
+    return fuse_get_context()->private_data;  // the simulator, for every later callback
 }
 
 int SimGetattr(const char* path, struct stat* st, fuse_file_info*)
@@ -325,16 +214,18 @@ int SimOpen(const char* path, fuse_file_info* fi)
     }
     fi->direct_io = 1;
     fi->nonseekable = 1;
-    std::lock_guard<std::mutex> guard(g_sim->sessionsLock);
-    fi->fh = g_sim->nextSession++;
-    g_sim->sessions[fi->fh] = s;
+    IspSimulator& sim = Sim();
+    std::lock_guard<std::mutex> guard(sim.sessionsLock);
+    fi->fh = sim.nextSession++;
+    sim.sessions[fi->fh] = s;
     return 0;
 }
 
 int SimRelease(const char*, fuse_file_info* fi)
 {
-    std::lock_guard<std::mutex> guard(g_sim->sessionsLock);
-    g_sim->sessions.erase(fi->fh);
+    IspSimulator& sim = Sim();
+    std::lock_guard<std::mutex> guard(sim.sessionsLock);
+    sim.sessions.erase(fi->fh);
     return 0;
 }
 
@@ -398,7 +289,7 @@ int SimRead(const char*, char* buf, size_t size, off_t, fuse_file_info* fi)
                 return -EIO;
             }
         }
-        if (fuse_session_exited(g_sim->fuseSession) || g_sim->core.stop) {
+        if (fuse_session_exited(Sim().fuseSession) || Sim().core.stop) {
             return -EIO;
         }
         if (fuse_interrupted()) {
@@ -435,16 +326,16 @@ int SimPoll(const char*, fuse_file_info* fi, fuse_pollhandle* ph, unsigned* reve
 
 // ---- the host's link ----------------------------------------------------------
 
-Json HandleLink(json_object* request)
+Json HandleLink(IspSimulator& sim, json_object* request)
 {
     const std::string op = JsonString(request, "op").value_or("");
-    if (Json core = HandleCoreRequest(g_sim->core, op, request, Service::Isp)) {
+    if (Json core = HandleCoreRequest(sim.core, op, request, Service::Isp)) {
         return core;
     }
     if (op == "reset") {
-        g_sim->state.Restore(0);
-        g_sim->core.journal.Clear();
-        g_sim->core.faults.Clear();
+        sim.state.Restore(0);
+        sim.core.journal.Clear();
+        sim.core.faults.Clear();
         return JsonOk();
     }
     const std::optional<long long> command = JsonInt(request, "command");
@@ -459,13 +350,13 @@ Json HandleLink(json_object* request)
         if (!value) {
             return JsonError("\"hex\" must be a hex text");
         }
-        if (!g_sim->state.Put(cmd, ch, *value)) {
-            const std::optional<Bytes> block = g_sim->state.Get(cmd, ch);
+        if (!sim.state.Put(cmd, ch, *value)) {
+            const std::optional<Bytes> block = sim.state.Get(cmd, ch);
             return JsonError(block ? "the block has " + std::to_string(block->size()) + " bytes"
                                    : std::string("the service has no such block"));
         }
     }
-    const std::optional<Bytes> block = g_sim->state.Get(cmd, ch);
+    const std::optional<Bytes> block = sim.state.Get(cmd, ch);
     if (!block) {
         return JsonError("the service has no such block");
     }
@@ -477,7 +368,6 @@ Json HandleLink(json_object* request)
 int RunIspSimulator(const DeviceImage& image, const char* mountDir, int linkFd)
 {
     static IspSimulator sim(image);
-    g_sim = &sim;
 
     fuse_operations ops{};
     ops.init = SimInit;
@@ -494,7 +384,7 @@ int RunIspSimulator(const DeviceImage& image, const char* mountDir, int linkFd)
     char fsname[] = "fsname=ispiaas-sim,subtype=ispiaas";
     char* argv[] = {arg0, opt, fsname, nullptr};
     fuse_args args = FUSE_ARGS_INIT(3, argv);
-    fuse* fs = fuse_new(&args, &ops, sizeof(ops), nullptr);
+    fuse* fs = fuse_new(&args, &ops, sizeof(ops), &sim);
     if (fs == nullptr) {
         std::fprintf(stderr, "ispiaas-devhost: the ISP service simulator could not start FUSE\n");
         return 1;
@@ -510,8 +400,8 @@ int RunIspSimulator(const DeviceImage& image, const char* mountDir, int linkFd)
     // The link answers only once the node is there, so the host's first
     // call tells it that the service is up. Its end ends the service.
     std::thread([linkFd] {
-        LinkServe(linkFd, HandleLink);
-        fuse_session_exit(g_sim->fuseSession);
+        LinkServe(linkFd, [](json_object* request) { return HandleLink(sim, request); });
+        fuse_session_exit(sim.fuseSession);
         kill(getpid(), SIGTERM);
     }).detach();
 

@@ -15,6 +15,11 @@
 #define ISP_SRV_TIMEOUT 15000
 #define ISP_SRV_STATUS_OK 200
 
+/* ChannelId of the first channel; the ISP service numbers channels from 0. */
+#define ISP_FIRST_CHANNEL 101
+/* ChannelId of the thermal channel. */
+#define ISP_THERMAL_CHANNEL 102
+
 /* Service command numbers. */
 enum IspSrvCommand : unsigned {
     ISP_CMD_CAPABILITY = 5,

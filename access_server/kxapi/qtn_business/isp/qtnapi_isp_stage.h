@@ -48,10 +48,6 @@ enum class IspChannelRule {
     Unread,      /* not read at all */
 };
 
-#define ISP_THERMAL_CHANNEL 102
-/* ChannelId of the first channel; the ISP service numbers channels from 0. */
-#define ISP_FIRST_CHANNEL 101
-
 /* The channel of the ISP service that a resource's exchanges address. */
 struct IspSrvChannel {
     enum Kind : uint8_t {
