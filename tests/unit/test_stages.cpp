@@ -137,9 +137,13 @@ struct ChannelCase {
     size_t commandsBefore;  // commands sent before the rule is applied
 };
 
+// Left as written: clang-format cannot lay out a macro that expands to
+// several braced rows.
+// clang-format off
 #define CHANNEL_CASES(kind, fn, ...) \
     {STAGE(kind, fn), "/isp", 3, __VA_ARGS__}, {STAGE(kind, fn), "/isp?ChannelId=x", 3, __VA_ARGS__}, \
     {STAGE(kind, fn), "/isp?ChannelId=-1", -1, __VA_ARGS__}
+// clang-format on
 
 const ChannelCase kChannels[] = {
     CHANNEL_CASES(run, RunGetIspIaasAfStatus, 0), CHANNEL_CASES(run, RunGetIspIaasAfPlanePoint, 0),
@@ -232,6 +236,9 @@ struct FailureCase {
 #define kHttpReq "httpReq[PUT /isp?ChannelId=102] "
 #define kTraced(code, next) "[KXAPI]:{}: " kHttpReq "sendCmd[" #code "] recvMsg[" #next "] Result[0]|"
 
+// Left as written: clang-format cannot lay out a macro that expands to
+// several braced rows.
+// clang-format off
 #define READ_FAILURES(flow, fn, blockFill)                                                    \
     {flow, STAGE(run, fn), Fail(Call::Malloc), 18, kMalloc}, {flow, STAGE(run, fn), Fail(Call::MemsetS), 1, kMemset}, \
     {flow, STAGE(run, fn), Fail(Call::MemsetS, blockFill), 1, kMemset}, {flow, STAGE(run, fn), SrvFails(), 1, kReadRecv kGet}
@@ -245,6 +252,7 @@ struct FailureCase {
 #define ADAPT_FAILURES(flow, fn)                                                                               \
     {flow, STAGE(run, fn), Refused(3213, 6), -1, "[KXAPI]:{}: " kHttpReq "sendCmd[3213] recvMsg[3214] Result[6]"}, \
     {flow, STAGE(run, fn), Unsent(3213), 1, "[KXAPI]:Send SynUnixMsg for Getting cmd[3213] failed"}
+// clang-format on
 
 const FailureCase kFailures[] = {
     READ_FAILURES(kFakeRatio, RunGetIspIaasFakeRatio, 2),
