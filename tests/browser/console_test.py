@@ -19,8 +19,6 @@ import subprocess
 import sys
 import tempfile
 import time
-import traceback
-import urllib.error
 import urllib.request
 
 from selenium import webdriver
@@ -32,65 +30,20 @@ from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
 from selenium.webdriver.support.ui import Select, WebDriverWait
 
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "common"))
+from devhost import Host, NoFuse, Tally  # noqa: E402 (found through the path above)
+
 CHROMIUM = "/usr/bin/chromium"
 CHROMEDRIVER = "/usr/bin/chromedriver"
 CHROMIUM_ARGS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
                  "--disable-background-networking", "--disable-component-update", "--disable-sync"]
 WAIT_S = 20
-NO_FUSE = 77
 
 
-class Host:
-    """The development host, started here or already running at `url`. A
-    host started with `listen` beyond loopback (or with --token) needs its
-    token: `token` holds it, and `banner` what the host printed up to "stop
-    with Ctrl-C"."""
-
-    def __init__(self, build, out, url=None, listen="127.0.0.1:0", args=(), log="host.log"):
-        self.process = None
-        self.token = None
-        self.banner = ""
-        if url:
-            self.url = url.rstrip("/")
-            return
-        binary = os.path.join(build, "devhost", "ispiaas-devhost")
-        self.log = os.path.join(out, log)
-        self.process = subprocess.Popen([binary, "--listen", listen, "--log", self.log, *args],
-                                        stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
-        first = self.process.stdout.readline()
-        match = re.search(r"serving (http://[0-9.]+:[0-9]+)/(\?token=([A-Za-z0-9._~-]+))?", first)
-        if not match:
-            status = self.process.wait(timeout=WAIT_S)
-            if status == NO_FUSE:
-                raise SystemExit(NO_FUSE)
-            raise RuntimeError(f"the host did not start (exit {status}): {first}{self.process.stdout.read()}")
-        self.url = match.group(1)
-        self.token = match.group(3)
-        self.banner = first
-        while "stop with Ctrl-C" not in self.banner:
-            self.banner += self.process.stdout.readline()
-
-    def call(self, method, path, body=None):
-        data = None if body is None else (body if isinstance(body, str) else json.dumps(body)).encode()
-        request = urllib.request.Request(self.url + path, data=data, method=method)
-        if self.token:
-            request.add_header("Authorization", f"Bearer {self.token}")
-        try:
-            with urllib.request.urlopen(request, timeout=WAIT_S) as response:
-                return response.status, json.loads(response.read() or b"null")
-        except urllib.error.HTTPError as error:
-            return error.code, json.loads(error.read() or b"null")
-
-    def json(self, path):
-        status, body = self.call("GET", path)
-        if status != 200:
-            raise AssertionError(f"GET {path} answered {status}: {body}")
-        return body
-
-    def stop(self):
-        if self.process:
-            self.process.terminate()
-            self.process.wait(timeout=WAIT_S)
+def start_host(build, out, *args, listen="127.0.0.1:0", log="host.log"):
+    """The development host of the build BUILD_DIR, its log in OUT_DIR/LOG."""
+    return Host(os.path.join(build, "devhost", "ispiaas-devhost"), *args, listen=listen, log=os.path.join(out, log),
+                timeout=WAIT_S)
 
 
 # ---- the API document ------------------------------------------------------
@@ -301,7 +254,7 @@ class Checks:
                 assert response.headers.get_content_type() == kind, f"{path}: {response.headers['Content-Type']}"
         for method, path, status in (("GET", "/console/../CMakeLists.txt", 404), ("GET", "/console/nothing.js", 404),
                                      ("PUT", "/", 405)):
-            got, body = self.host.call(method, path, "{}" if method == "PUT" else None)
+            got, body = self.host.call_json(method, path, "{}" if method == "PUT" else None)
             assert got == status and list(body) == ["error"] and body["error"]["status"] == status, \
                 f"{method} {path}: {got} {body}"
 
@@ -682,7 +635,7 @@ class Checks:
         c = self.console
         out = c.out
         build = os.path.dirname(out)
-        first = Host(build, out, listen="0.0.0.0:0", log="host-token.log")
+        first = start_host(build, out, listen="0.0.0.0:0", log="host-token.log")
         second = None
         try:
             urls = re.findall(r"http://[^\s']+", first.banner)
@@ -706,8 +659,8 @@ class Checks:
             c.shots("task-token-console", access)
             # The host starts again with another token: the console says what to do.
             first.stop()
-            second = Host(build, out, listen=f"0.0.0.0:{port}", args=("--token", "another-token-of-the-test"),
-                          log="host-token.log")
+            second = start_host(build, out, "--token", "another-token-of-the-test", listen=f"0.0.0.0:{port}",
+                                log="host-token.log")
             alert = c.driver.find_element(By.ID, "host-alert")
             c.wait(lambda: alert.is_displayed(), "the console to see that its token is refused")
             assert "Open the URL" in alert.text, alert.text
@@ -719,6 +672,12 @@ class Checks:
             first.stop()
             if second:
                 second.stop()
+
+
+def fresh(host):
+    """The device as it starts, with no fault armed: what each check begins with."""
+    host.call("DELETE", "/_sim/faults")
+    host.call("POST", "/_sim/reset")
 
 
 CHECKS = [
@@ -751,43 +710,26 @@ def main():
     out = os.path.join(build, "browser")
     os.makedirs(out, exist_ok=True)
     try:
-        host = Host(build, out, url)
-    except SystemExit as end:
-        if end.code == NO_FUSE:
-            print("browser: no FUSE on this machine, nothing checked")
-            print("0 passed, 0 failed")
-            return 0
-        raise
+        host = Host(url=url, timeout=WAIT_S) if url else start_host(build, out)
+    except NoFuse:
+        print("browser: no FUSE on this machine, nothing checked")
+        print("0 passed, 0 failed")
+        return 0
     console = None
-    passed = failed = 0
+    tally = Tally()
     try:
         console = Console(host, out)
-        checks = Checks(host, console)
-        for check in CHECKS:
-            name = check.__name__
-            if only and name not in only:
-                continue
-            host.call("DELETE", "/_sim/faults")
-            host.call("POST", "/_sim/reset")
-            start = time.monotonic()
-            try:
-                check(checks)
-                passed += 1
-                print(f"ok     {name} ({time.monotonic() - start:.1f} s)")
-            except Exception:  # a failed check is reported and the next one runs
-                failed += 1
-                print(f"FAILED {name}\n{traceback.format_exc()}")
-                console.screenshot(f"failed-{name}.png")
+        tally.run([c for c in CHECKS if not only or c.__name__ in only], Checks(host, console),
+                  before_each=lambda: fresh(host), on_failure=lambda name: console.screenshot(f"failed-{name}.png"))
     except Exception:
-        failed += 1
-        print(f"FAILED setup\n{traceback.format_exc()}")
+        tally.setup_failed()
     finally:
         if console:
             console.quit()
         host.stop()
     print(f"screenshots in {out}")
-    print(f"{passed} passed, {failed} failed")
-    return 1 if failed else 0
+    print(tally.line())
+    return tally.status()
 
 
 if __name__ == "__main__":

@@ -14,10 +14,9 @@ import os
 import socket
 import sys
 import threading
-import time
-import traceback
 
-from console_test import NO_FUSE, Console, Host, WAIT_S
+from console_test import WAIT_S, Console, fresh, start_host
+from devhost import NoFuse, Tally  # tests/common, on the path console_test sets
 
 REBOUND = "rebind.test"  # a name of the attacker's that resolves to this machine
 
@@ -188,62 +187,42 @@ class TokenChecks:
     device_unchanged = Checks.device_unchanged
 
 
-class TokenHost(Host):
-    def __init__(self, build, out):
-        super().__init__(build, out, args=["--token", "origin-test-token-0123456789"])
-
-
 CHECKS = [Checks.page_of_another_port_changes_nothing, Checks.page_under_a_rebound_name_reads_and_changes_nothing,
           Checks.console_works_under_each_own_name]
 TOKEN_CHECKS = [TokenChecks.page_on_another_port_with_the_cookie_changes_nothing]
 
 
-def run(make_host, checks_class, checks, build, out):
-    passed = failed = 0
+def run(tally, host_args, checks_class, checks, build, out):
+    """The checks of `checks_class` against a host started with `host_args`."""
     try:
-        host = make_host(build, out)
-    except SystemExit as end:
-        if end.code == NO_FUSE:
-            print("browser: no FUSE on this machine, nothing checked")
-            return 0, 0
-        raise
+        host = start_host(build, out, *host_args)
+    except NoFuse:
+        print("browser: no FUSE on this machine, nothing checked")
+        return
     console = None
-    attacker = Attacker(int(host.url.rsplit(":", 1)[1]))
+    attacker = Attacker(host.port)
     try:
         console = Console(host, out, [f"--host-resolver-rules=MAP {REBOUND} 127.0.0.1"])
-        suite = checks_class(host, console, attacker)
-        for check in checks:
-            host.call("DELETE", "/_sim/faults")
-            host.call("POST", "/_sim/reset")
-            start = time.monotonic()
-            try:
-                check(suite)
-                passed += 1
-                print(f"ok     {check.__name__} ({time.monotonic() - start:.1f} s)")
-            except Exception:  # a failed check is reported and the next one runs
-                failed += 1
-                print(f"FAILED {check.__name__}\n{traceback.format_exc()}")
-                console.screenshot(f"failed-{check.__name__}.png")
+        tally.run(checks, checks_class(host, console, attacker), before_each=lambda: fresh(host),
+                  on_failure=lambda name: console.screenshot(f"failed-{name}.png"))
     except Exception:
-        failed += 1
-        print(f"FAILED setup\n{traceback.format_exc()}")
+        tally.setup_failed()
     finally:
         if console:
             console.quit()
         attacker.stop()
         host.stop()
-    return passed, failed
 
 
 def main():
     build = sys.argv[1] if len(sys.argv) > 1 else "build/default"
     out = os.path.join(build, "browser")
     os.makedirs(out, exist_ok=True)
-    results = [run(Host, Checks, CHECKS, build, out), run(TokenHost, TokenChecks, TOKEN_CHECKS, build, out)]
-    passed = sum(p for p, _ in results)
-    failed = sum(f for _, f in results)
-    print(f"{passed} passed, {failed} failed")
-    return 1 if failed else 0
+    tally = Tally()
+    run(tally, (), Checks, CHECKS, build, out)
+    run(tally, ("--token", "origin-test-token-0123456789"), TokenChecks, TOKEN_CHECKS, build, out)
+    print(tally.line())
+    return tally.status()
 
 
 if __name__ == "__main__":

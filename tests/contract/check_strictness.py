@@ -10,10 +10,13 @@ the commands its operations send the device (from the journal). Exits 77 when th
 
 usage: check_strictness.py DOCUMENT DEVHOST"""
 import json
+import os
 import sys
 
 from api_document import ApiDocument
-from devhost import Host
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "common"))
+from devhost import Host  # noqa: E402 (found through the path above)
 
 REFUSED = 4
 

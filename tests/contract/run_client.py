@@ -5,11 +5,13 @@ URL and the token as its last two arguments. Exits with the program's status,
 or 77 when the machine cannot run the host (no FUSE).
 
 usage: run_client.py DEVHOST COMMAND [ARGUMENT...]"""
+import os
 import secrets
 import subprocess
 import sys
 
-from devhost import Host
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "common"))
+from devhost import Host  # noqa: E402 (found through the path above)
 
 
 def main(executable, command):

@@ -195,7 +195,10 @@ struct AnyStage {
     KxapiFormatStage format = nullptr;
 };
 
+// Left as written: clang-format takes this designated initialiser for a class.
+// clang-format off
 #define STAGE(kind, fn) doubles::AnyStage{.name = #fn, .kind = fn}
+// clang-format on
 
 /* Calls the stage with the request's records; `result` goes to a Format
  * stage. `nullArg` (0 to 2) passes that pointer argument as null instead

@@ -146,10 +146,14 @@ struct ChannelCase {
     bool configFirst = false;  // the adaptation configuration is read before the rule is applied
 };
 
-#define CHANNEL_CASES(kind, fn, first)                                                            \
-    {.stage = STAGE(kind, fn), .url = "/isp", .result = 3, .configFirst = first},                 \
-        {.stage = STAGE(kind, fn), .url = "/isp?ChannelId=x", .result = 3, .configFirst = first}, \
-        {.stage = STAGE(kind, fn), .url = "/isp?ChannelId=-1", .result = -1, .configFirst = first}
+// Left as written: clang-format cannot lay out a macro that expands to
+// several braced rows.
+// clang-format off
+#define CHANNEL_CASES(kind, fn, first)                                                        \
+    {.stage = STAGE(kind, fn), .url = "/isp", .result = 3, .configFirst = first},             \
+    {.stage = STAGE(kind, fn), .url = "/isp?ChannelId=x", .result = 3, .configFirst = first}, \
+    {.stage = STAGE(kind, fn), .url = "/isp?ChannelId=-1", .result = -1, .configFirst = first}
+// clang-format on
 
 const ChannelCase kChannels[] = {
     CHANNEL_CASES(run, RunGetIspIaasAfStatus, false),
@@ -278,33 +282,37 @@ struct FailureCase {
 #define kTrace(code, next) "[KXAPI]:{}: " kHttpReq "sendCmd[" #code "] recvMsg[" #next "] Result[0]"
 #define kTraced(code, next) kTrace(code, next) "|"
 
+// Left as written: clang-format cannot lay out a macro that expands to
+// several braced rows.
+// clang-format off
 #define READ_FAILURES(fn, blockFill)                                                                    \
     {.stage = STAGE(run, fn), .arm = Fail(Call::Malloc), .result = 18, .diag = kMalloc},                \
-        {.stage = STAGE(run, fn), .arm = Fail(Call::MemsetS), .result = 1, .diag = kMemset},            \
-        {.stage = STAGE(run, fn), .arm = Fail(Call::MemsetS, blockFill), .result = 1, .diag = kMemset}, \
-        {.stage = STAGE(run, fn), .arm = SrvFails(), .result = 1, .diag = kReadRecv kGet}
+    {.stage = STAGE(run, fn), .arm = Fail(Call::MemsetS), .result = 1, .diag = kMemset},            \
+    {.stage = STAGE(run, fn), .arm = Fail(Call::MemsetS, blockFill), .result = 1, .diag = kMemset}, \
+    {.stage = STAGE(run, fn), .arm = SrvFails(), .result = 1, .diag = kReadRecv kGet}
 #define COMMAND_FAILURES(kind, fn, code, next)                                           \
     {.stage = STAGE(kind, fn), .arm = Refused(code, 5), .result = 5,                     \
      .diag = "[KXAPI]:{}: " kHttpReq "sendCmd[" #code "] recvMsg[" #next "] Result[5]"}, \
-        {.stage = STAGE(kind, fn), .arm = Unsent(code), .result = 1,                     \
+    {.stage = STAGE(kind, fn), .arm = Unsent(code), .result = 1,                     \
          .diag = "[KXAPI]:Send SynUnixMsg for Getting cmd[" #code "] failed"},           \
-        {.stage = STAGE(kind, fn), .arm = Fail(Call::MemsetS, 1), .result = 0,           \
+    {.stage = STAGE(kind, fn), .arm = Fail(Call::MemsetS, 1), .result = 0,           \
          .diag = kScratch "|" kTrace(code, next)},                                       \
-        {.stage = STAGE(kind, fn), .arm = Fail(Call::MemsetS, 2), .result = 0, .diag = kScratch "|" kTrace(code, next)}
+    {.stage = STAGE(kind, fn), .arm = Fail(Call::MemsetS, 2), .result = 0, .diag = kScratch "|" kTrace(code, next)}
 
 // The adaptation configuration read: refused (-1) or not sent (1), no entry.
 #define CONFIG_FAILURES(fn)                                                    \
     {.stage = STAGE(run, fn), .arm = Refused(3213, 6), .result = -1,           \
      .diag = "[KXAPI]:{}: " kHttpReq "sendCmd[3213] recvMsg[3214] Result[6]"}, \
-        {.stage = STAGE(run, fn), .arm = Unsent(3213), .result = 1,            \
+    {.stage = STAGE(run, fn), .arm = Unsent(3213), .result = 1,            \
          .diag = "[KXAPI]:Send SynUnixMsg for Getting cmd[3213] failed"}
 // An adaptation block's read and its write, each failing with the reset's
 // failure entry; a block that was not read is not written back.
 #define ADAPT_BLOCK_FAILURES(fn, failed)                                                                       \
     {.stage = STAGE(run, fn), .arm = SrvFails(), .result = 1, .diag = kTraced(3213, 3214) kReadRecv kGet,      \
      .entry = failed},                                                                                         \
-        {.stage = STAGE(run, fn), .arm = WritesRefused(), .result = 1, .diag = kTraced(3213, 3214) kCode kSet, \
+    {.stage = STAGE(run, fn), .arm = WritesRefused(), .result = 1, .diag = kTraced(3213, 3214) kCode kSet, \
          .entry = failed}
+// clang-format on
 
 const FailureCase kFailures[] = {
     READ_FAILURES(RunGetIspIaasFakeRatio, 2),

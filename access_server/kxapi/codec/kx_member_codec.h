@@ -120,6 +120,10 @@ json_object* json_encode_array(Record const* items, int count);
 
 namespace kxcodec {
 
+// Left as written: clang-format 14 breaks the requires-expression's braces
+// like a function's and reads the && of these variable templates as a
+// reference.
+// clang-format off
 template <class T>
 concept Record = requires { MemberTable<T>::coders(); };
 
@@ -128,6 +132,7 @@ inline constexpr bool is_char_array = std::is_array_v<T> && std::is_same_v<std::
 
 template <class T>
 inline constexpr bool is_record_array = std::is_array_v<T> && Record<std::remove_extent_t<T>>;
+// clang-format on
 
 /* The JSON value of a member rendered by its own type. */
 template <class T>

@@ -242,8 +242,8 @@ class ResourcePanel {
     }
     for (const [path, texts] of byPath) {
       const field = this.fields.fields.get(path);
-      const sent = path.split(/\.|\[|\]/).filter(Boolean).reduce((v, k) => (v == null ? v : v[k]), changes);
-      const held = record ? path.split(/\.|\[|\]/).filter(Boolean).reduce((v, k) => (v == null ? v : v[k]), record) : undefined;
+      const sent = path.split(/\.|\[|\]/).filter(Boolean).reduce((v, k) => (v === null || v === undefined ? v : v[k]), changes);
+      const held = record ? path.split(/\.|\[|\]/).filter(Boolean).reduce((v, k) => (v === null || v === undefined ? v : v[k]), record) : undefined;
       const withHeld = held === undefined ? texts : [...texts, `the device holds ${JSON.stringify(held)}`];
       if (field) {
         field.keep(sent);
