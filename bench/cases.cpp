@@ -15,10 +15,9 @@ namespace {
 
 const char kAwbBody[] = R"({"regionAwbAttr":{"roiWeightArray":"1111111111111111000011110000"}})";
 const char kExtreColorBody[] = R"({"fusionStrength":9})";
-const char kAfPlaneBody[] =
-    R"({"enable":true,"PointMax":4,"planePoints":[{"planePointX":110,"planePointY":210},)"
-    R"({"planePointX":310,"planePointY":410},{"planePointX":510,"planePointY":610},)"
-    R"({"planePointX":710,"planePointY":810}]})";
+const char kAfPlaneBody[] = R"({"enable":true,"PointMax":4,"planePoints":[{"planePointX":110,"planePointY":210},)"
+                            R"({"planePointX":310,"planePointY":410},{"planePointX":510,"planePointY":610},)"
+                            R"({"planePointX":710,"planePointY":810}]})";
 // The whole object, as a client puts back what it read with one value changed.
 const char kThermalBody[] =
     R"({"blindData":{"blindPosition":{"pointX":320,"pointY":240},"blindOperation":0},)"
@@ -47,8 +46,7 @@ const Case kCases[] = {
     {"Thermal GET", "GET", "/ISP/Thermal?ChannelId=102", nullptr, GET_FLOW(Thermal), FloorThermalGet},
     {"Thermal PUT", "PUT", "/ISP/Thermal?ChannelId=102", kThermalBody, PUT_FLOW(Thermal), FloorThermalPut},
     {"AEExpLock PUT", "PUT", "/ISP/AEExpLock?ChannelId=101", kExpLockBody,
-     ParsedPutFlow<ParsePutIspIaasAEExpLock, RunPutIspIaasAEExpLock, FormatPutIspIaasAEExpLock>,
-     FloorAEExpLockPut},
+     ParsedPutFlow<ParsePutIspIaasAEExpLock, RunPutIspIaasAEExpLock, FormatPutIspIaasAEExpLock>, FloorAEExpLockPut},
     {"RestoreDefaults RunPut", "PUT", "/ISP/RestoreDefaultParams", nullptr, RESET_FLOW(RestoreDefaultParams),
      FloorRestoreDefaults},
     {"ResetThermal RunPut", "PUT", "/ISP/ResetThermal?ChannelId=102", nullptr, RESET_FLOW(ResetThermal),
@@ -57,8 +55,8 @@ const Case kCases[] = {
      FloorResetFog},
     {"ResetSpeedAdapt RunPut", "PUT", "/ISP/ResetSpeedAdapt?ChannelId=101", nullptr, RESET_FLOW(ResetSpeedAdapt),
      FloorResetSpeed},
-    {"ResetBackLight RunPut", "PUT", "/ISP/ResetBackLightAdapt?ChannelId=101", nullptr,
-     RESET_FLOW(ResetBackLightAdapt), FloorResetBacklight},
+    {"ResetBackLight RunPut", "PUT", "/ISP/ResetBackLightAdapt?ChannelId=101", nullptr, RESET_FLOW(ResetBackLightAdapt),
+     FloorResetBacklight},
 };
 const size_t kCaseCount = sizeof(kCases) / sizeof(kCases[0]);
 

@@ -68,7 +68,10 @@ bool ThermalChannel(Request& r)
     return GetURIQueryParamByKey<int>(&r.header, "ChannelId", &id) == 0 && id == 102;
 }
 
-bool ChannelUnsigned(Request& r, unsigned* id) { return GetURIQueryParamByKey<unsigned>(&r.header, "ChannelId", id) == 0; }
+bool ChannelUnsigned(Request& r, unsigned* id)
+{
+    return GetURIQueryParamByKey<unsigned>(&r.header, "ChannelId", id) == 0;
+}
 
 bool Exchange(uint8_t op, uint16_t command, const uint32_t* channel, void* block, unsigned size, bool timed)
 {
@@ -166,7 +169,8 @@ int Respond(Request& r, json_object* root)
     const char* text = json_object_to_json_string(root);
     const size_t n = std::strlen(text);
     char* copy = static_cast<char*>(std::malloc(n + 1));
-    const bool copied = copy != nullptr && memset_s(copy, n + 1, 0, n + 1) == EOK && strncpy_s(copy, n + 1, text, n) == EOK;
+    const bool copied =
+        copy != nullptr && memset_s(copy, n + 1, 0, n + 1) == EOK && strncpy_s(copy, n + 1, text, n) == EOK;
     json_object_put(root);
     const int taken = copied ? r.buf.Copy2Buf(&r.buf, copy, static_cast<uint32_t>(n)) : -1;
     std::free(copy);
@@ -376,8 +380,7 @@ json_object* ThermalJson(const _ThermalInfo& t)
             continue;
         }
         const uint32_t word = At<uint32_t>(&t, 4 * static_cast<size_t>(k.word));
-        Add(objects[k.parent], k.key,
-            k.isSigned ? json_object_new_int(static_cast<int32_t>(word)) : Unsigned(word));
+        Add(objects[k.parent], k.key, k.isSigned ? json_object_new_int(static_cast<int32_t>(word)) : Unsigned(word));
     }
     return objects[0];
 }
@@ -392,7 +395,8 @@ bool ThermalMerge(json_object* root, _ThermalInfo& t)
         json_object* v = parent != nullptr ? json_object_object_get(parent, k.key) : nullptr;
         if (k.word < 0) {
             objects[i] = v;
-        } else if (v != nullptr && !(k.isSigned ? NumberAt<int32_t>(v, &t, k.word) : NumberAt<uint32_t>(v, &t, k.word))) {
+        } else if (v != nullptr &&
+                   !(k.isSigned ? NumberAt<int32_t>(v, &t, k.word) : NumberAt<uint32_t>(v, &t, k.word))) {
             return false;
         }
     }
@@ -596,7 +600,8 @@ int FloorAwbPut(Request& r)
     if (text != nullptr) {
         const int len = json_object_get_string_len(text);
         ok = json_object_is_type(text, json_type_string) && len < AWB_WEIGHTS_LEN &&
-             strncpy_s(rec->roiWeightArray, AWB_WEIGHTS_LEN, json_object_get_string(text), static_cast<size_t>(len)) == EOK;
+             strncpy_s(rec->roiWeightArray, AWB_WEIGHTS_LEN, json_object_get_string(text), static_cast<size_t>(len)) ==
+                 EOK;
     }
     json_object_put(root);
     if (!ok) {
@@ -664,7 +669,8 @@ int FloorAfPlanePointPut(Request& r)
         for (size_t i = 0; ok && i < used; ++i) {
             json_object* p = json_object_array_get_idx(points, i);
             const size_t at = AF_PLANE_POINTS_OFFSET + 8 * i;
-            ok = MemberAt<uint32_t>(p, "planePointX", current, at) && MemberAt<uint32_t>(p, "planePointY", current, at + 4);
+            ok = MemberAt<uint32_t>(p, "planePointX", current, at) &&
+                 MemberAt<uint32_t>(p, "planePointY", current, at + 4);
         }
     }
     json_object_put(root);
@@ -713,7 +719,8 @@ int FloorThermalPut(Request& r)
     static const unsigned kTemperatures[] = {1, 3, 5, 10, 15};
     const _AutoCorrection& a = rec->correctData.autoModeData;
     if (std::find(std::begin(kTimes), std::end(kTimes), a.correctTime) == std::end(kTimes) ||
-        std::find(std::begin(kTemperatures), std::end(kTemperatures), a.correctTemperature) == std::end(kTemperatures)) {
+        std::find(std::begin(kTemperatures), std::end(kTemperatures), a.correctTemperature) ==
+            std::end(kTemperatures)) {
         return 4;
     }
     ThermalTo(*rec, block);

@@ -45,14 +45,27 @@ const Block<40> kCapability = Block<40>().Put(16, 1920.0).Put(24, 1080.0);
 const Block<1240> kAf = Block<1240>()
                             .Put<uint8_t>(1044, 1)
                             .Put<uint32_t>(1048, 4)
-                            .Put<uint32_t>(1052, 100).Put<uint32_t>(1056, 200)
-                            .Put<uint32_t>(1060, 300).Put<uint32_t>(1064, 400)
-                            .Put<uint32_t>(1068, 500).Put<uint32_t>(1072, 600)
-                            .Put<uint32_t>(1076, 700).Put<uint32_t>(1080, 800)
-                            .Put(1208, 2.5).Put(1216, 54.25).Put(1224, 31.5).Put<uint32_t>(1232, 1);
-const Block<100> kThermal = Block<100>().Put<uint32_t>(0, 320).Put<uint32_t>(4, 240).Put<uint32_t>(20, 10)
-                                .Put<uint32_t>(24, 3).Put<uint32_t>(28, 50).Put<uint32_t>(32, 50)
-                                .Put<uint32_t>(72, 1).Put<uint32_t>(76, 2);
+                            .Put<uint32_t>(1052, 100)
+                            .Put<uint32_t>(1056, 200)
+                            .Put<uint32_t>(1060, 300)
+                            .Put<uint32_t>(1064, 400)
+                            .Put<uint32_t>(1068, 500)
+                            .Put<uint32_t>(1072, 600)
+                            .Put<uint32_t>(1076, 700)
+                            .Put<uint32_t>(1080, 800)
+                            .Put(1208, 2.5)
+                            .Put(1216, 54.25)
+                            .Put(1224, 31.5)
+                            .Put<uint32_t>(1232, 1);
+const Block<100> kThermal = Block<100>()
+                                .Put<uint32_t>(0, 320)
+                                .Put<uint32_t>(4, 240)
+                                .Put<uint32_t>(20, 10)
+                                .Put<uint32_t>(24, 3)
+                                .Put<uint32_t>(28, 50)
+                                .Put<uint32_t>(32, 50)
+                                .Put<uint32_t>(72, 1)
+                                .Put<uint32_t>(76, 2);
 const Block<16> kAdapt = Block<16>().Put<uint32_t>(0, 3);
 
 struct Content {
@@ -63,13 +76,19 @@ struct Content {
 Content ServiceBlock(uint16_t command)
 {
     switch (command) {
-        case 5: return {kCapability.bytes, sizeof(kCapability.bytes)};
+        case 5:
+            return {kCapability.bytes, sizeof(kCapability.bytes)};
         case 6:
-        case 7: return {kAdapt.bytes, sizeof(kAdapt.bytes)};
-        case 17: return {kAf.bytes, sizeof(kAf.bytes)};
-        case 25: return {kThermal.bytes, sizeof(kThermal.bytes)};
-        case 28: return {kFakeRatio.bytes, sizeof(kFakeRatio.bytes)};
-        default: return {nullptr, 0};
+        case 7:
+            return {kAdapt.bytes, sizeof(kAdapt.bytes)};
+        case 17:
+            return {kAf.bytes, sizeof(kAf.bytes)};
+        case 25:
+            return {kThermal.bytes, sizeof(kThermal.bytes)};
+        case 28:
+            return {kFakeRatio.bytes, sizeof(kFakeRatio.bytes)};
+        default:
+            return {nullptr, 0};
     }
 }
 
@@ -90,16 +109,20 @@ const Block<264> kAwbPayload = [] {
     return b;
 }();
 const Block<16> kExtreColorPayload = Block<16>().Put<uint32_t>(0, 101).Put<uint32_t>(8, 7);
-const Block<64> kAdaptPayload = Block<64>().Put<uint32_t>(0, 101).Put<uint32_t>(16, 2).Put<uint32_t>(32, 5)
-                                    .Put<int32_t>(48, 1);
+const Block<64> kAdaptPayload =
+    Block<64>().Put<uint32_t>(0, 101).Put<uint32_t>(16, 2).Put<uint32_t>(32, 5).Put<int32_t>(48, 1);
 
 Content Payload(int code)
 {
     switch (code) {
-        case VW_CMD_AWB: return {kAwbPayload.bytes, sizeof(kAwbPayload.bytes)};
-        case VW_CMD_EXTRE_COLOR: return {kExtreColorPayload.bytes, sizeof(kExtreColorPayload.bytes)};
-        case VW_CMD_ADAPT_CONFIG_GET: return {kAdaptPayload.bytes, sizeof(kAdaptPayload.bytes)};
-        default: return {nullptr, 0};
+        case VW_CMD_AWB:
+            return {kAwbPayload.bytes, sizeof(kAwbPayload.bytes)};
+        case VW_CMD_EXTRE_COLOR:
+            return {kExtreColorPayload.bytes, sizeof(kExtreColorPayload.bytes)};
+        case VW_CMD_ADAPT_CONFIG_GET:
+            return {kAdaptPayload.bytes, sizeof(kAdaptPayload.bytes)};
+        default:
+            return {nullptr, 0};
     }
 }
 
@@ -244,7 +267,10 @@ int wiro_message_sendfd(wiro_message_t* /*msg*/, int /*fd*/)
     return static_cast<int>(WIRO_FRAME_FIXED + t_message.content.size);
 }
 
-int wiro_message_sendfd_timeout(wiro_message_t* msg, int fd, int /*timeout_ms*/) { return wiro_message_sendfd(msg, fd); }
+int wiro_message_sendfd_timeout(wiro_message_t* msg, int fd, int /*timeout_ms*/)
+{
+    return wiro_message_sendfd(msg, fd);
+}
 
 // A read is answered with the command's block, a write or a create with its
 // own content, a reset with none.
@@ -252,16 +278,24 @@ int wiro_message_recvfd(wiro_message_t* msg, int /*fd*/)
 {
     wiro_header_t* h = msg->header;
     switch (h->op & WIRO_OP_MASK) {
-        case 2: t_message.content = bench::ServiceBlock(h->command); break;
-        case 0: t_message.content = {nullptr, 0}; break;
-        default: break;
+        case 2:
+            t_message.content = bench::ServiceBlock(h->command);
+            break;
+        case 0:
+            t_message.content = {nullptr, 0};
+            break;
+        default:
+            break;
     }
     h->code = 200;
     h->op = static_cast<uint8_t>(h->op | WIRO_OP_REPLY);
     return static_cast<int>(WIRO_FRAME_FIXED + t_message.content.size);
 }
 
-int wiro_message_recvfd_timeout(wiro_message_t* msg, int fd, int /*timeout_ms*/) { return wiro_message_recvfd(msg, fd); }
+int wiro_message_recvfd_timeout(wiro_message_t* msg, int fd, int /*timeout_ms*/)
+{
+    return wiro_message_recvfd(msg, fd);
+}
 
 // ---- The log drops every line ----
 

@@ -33,8 +33,9 @@ Isolation EnterUserNamespace(std::string& error)
     const uid_t uid = geteuid();
     const gid_t gid = getegid();
     if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
-        error = SystemError("a private mount namespace needs root, or unprivileged user namespaces "
-                            "(sysctl kernel.unprivileged_userns_clone=1) outside a chroot; unshare") +
+        error = SystemError(
+                    "a private mount namespace needs root, or unprivileged user namespaces "
+                    "(sysctl kernel.unprivileged_userns_clone=1) outside a chroot; unshare") +
                 "; run scripts/run as root";
         return Isolation::kForbidden;
     }

@@ -90,9 +90,10 @@ int ServeUntilStopped(const sigset_t& signals, Simulators& simulators, LogTap& t
 void PrintBanner(const Options& o, uint16_t port, const AccessGate& gate)
 {
     if (gate.OpenToTheNetwork()) {
-        std::printf("ispiaas-devhost: warning: --no-token: open to the network, anyone who reaches %s:%u may use "
-                    "every resource and /_sim/ route\n",
-                    o.address.c_str(), port);
+        std::printf(
+            "ispiaas-devhost: warning: --no-token: open to the network, anyone who reaches %s:%u may use "
+            "every resource and /_sim/ route\n",
+            o.address.c_str(), port);
     }
     const std::string& token = gate.Token();
     const std::string query = token.empty() ? "" : "?token=" + token;

@@ -189,10 +189,7 @@ void AddHostLimits(json_object* paths)
 // Adds every member of the object `from` to `to`, in order.
 void AddAll(json_object* to, json_object* from)
 {
-    json_object_object_foreach(from, key, value)
-    {
-        Put(to, key, json_object_get(value));
-    }
+    json_object_object_foreach(from, key, value) { Put(to, key, json_object_get(value)); }
 }
 
 json_object* Info()
@@ -265,16 +262,18 @@ json_object* Build()
     Put(responses, "Status413",
         HostErrorResponse(413, ("a body larger than " + std::to_string(kBodyLimit / 1024) + " KiB").c_str()));
     Put(responses, "Status414",
-        HostErrorResponse(414, ("a request target that does not fit the module's " + std::to_string(HTTP_URL_LEN) +
-                                "-byte URL field")
-                                   .c_str()));
+        HostErrorResponse(
+            414, ("a request target that does not fit the module's " + std::to_string(HTTP_URL_LEN) + "-byte URL field")
+                     .c_str()));
     Put(responses, "Status502", HostErrorResponse(502, "a simulator did not answer"));
     Put(responses, "Status403",
-        HostErrorResponse(403, "a request that changes something, from a browser page of another origin (its Origin "
-                               "is not http:// and its Host, or its Sec-Fetch-Site is cross-site or same-site)"));
+        HostErrorResponse(403,
+                          "a request that changes something, from a browser page of another origin (its Origin "
+                          "is not http:// and its Host, or its Sec-Fetch-Site is cross-site or same-site)"));
     Put(responses, "Status421",
-        HostErrorResponse(421, "a Host that does not name this host (the listen address, a loopback name, or a "
-                               "name given with --allow-host)"));
+        HostErrorResponse(421,
+                          "a Host that does not name this host (the listen address, a loopback name, or a "
+                          "name given with --allow-host)"));
     Put(responses, "Status501", HostErrorResponse(501, "a Transfer-Encoding other than chunked"));
     OrHostRefusal(json_object_object_get(responses, "Status400"), 400,
                   "a malformed request line or header line, a missing or repeated Host, a Content-Length that is not "

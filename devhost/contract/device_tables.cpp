@@ -36,7 +36,7 @@ const ServiceRow kServices[] = {
 long BlockSize(Service service, long long command)
 {
     return service == Service::Isp ? IspBlockSize(static_cast<unsigned>(command))
-                            : ControlPayloadSize(static_cast<int>(command));
+                                   : ControlPayloadSize(static_cast<int>(command));
 }
 
 json_object* Texts(std::initializer_list<const char*> texts)

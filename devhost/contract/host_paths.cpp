@@ -265,9 +265,6 @@ constexpr const char kHostPaths[] = R"json({
 
 }  // namespace
 
-json_object* HostPaths()
-{
-    return json_tokener_parse(kHostPaths);
-}
+json_object* HostPaths() { return json_tokener_parse(kHostPaths); }
 
 }  // namespace devhost::contract

@@ -2,25 +2,13 @@
 
 namespace devhost::contract {
 
-json_object* Object()
-{
-    return json_object_new_object();
-}
+json_object* Object() { return json_object_new_object(); }
 
-void Put(json_object* o, const char* key, json_object* value)
-{
-    json_object_object_add(o, key, value);
-}
+void Put(json_object* o, const char* key, json_object* value) { json_object_object_add(o, key, value); }
 
-json_object* Text(const std::string& text)
-{
-    return json_object_new_string(text.c_str());
-}
+json_object* Text(const std::string& text) { return json_object_new_string(text.c_str()); }
 
-json_object* Integer(long long value)
-{
-    return json_object_new_int64(value);
-}
+json_object* Integer(long long value) { return json_object_new_int64(value); }
 
 namespace {
 
@@ -50,10 +38,7 @@ json_object* NumberSchema(bool integral, bool isSigned, size_t bytes)
     return schema;
 }
 
-json_object* FlagSchema()
-{
-    return Typed("boolean");
-}
+json_object* FlagSchema() { return Typed("boolean"); }
 
 json_object* ClockSchema(bool datetime)
 {
@@ -92,10 +77,7 @@ json_object* ArraySchema(json_object* items, size_t count, Form form)
     return schema;
 }
 
-json_object* ObjectSchema()
-{
-    return Typed("object");
-}
+json_object* ObjectSchema() { return Typed("object"); }
 
 void ApplyRules(json_object* schema, const Walk& w)
 {

@@ -223,8 +223,9 @@ void OrHostRefusal(json_object* response, unsigned status, const std::string& al
     json_object* schema = Object();
     Put(schema, "oneOf", oneOf);
     Put(media, "schema", schema);
-    Put(response, "description", Text(json_object_get_string(json_object_object_get(response, "description")) +
-                                      std::string("; or, from the host before any stage, ") + also));
+    Put(response, "description",
+        Text(json_object_get_string(json_object_object_get(response, "description")) +
+             std::string("; or, from the host before any stage, ") + also));
 }
 
 // The answer to a GET whose query carries the access token: no content, the

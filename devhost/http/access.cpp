@@ -70,7 +70,8 @@ bool SameToken(std::string_view given, std::string_view token)
 {
     unsigned difference = given.size() != token.size() ? 1 : 0;
     for (size_t i = 0; i < token.size(); i++) {
-        difference |= static_cast<unsigned char>(token[i]) ^ static_cast<unsigned char>(i < given.size() ? given[i] : 0);
+        difference |=
+            static_cast<unsigned char>(token[i]) ^ static_cast<unsigned char>(i < given.size() ? given[i] : 0);
     }
     return difference == 0;
 }
@@ -136,10 +137,9 @@ std::string CookieName(MHD_Connection* connection)
 std::string LocalPath(const std::string& target)
 {
     const size_t scheme = target.find("://");
-    const std::string rest =
-        target.empty() || target[0] == '/' || scheme == std::string::npos
-            ? target
-            : target.substr(std::min(target.find('/', scheme + 3), target.size()));
+    const std::string rest = target.empty() || target[0] == '/' || scheme == std::string::npos
+                                 ? target
+                                 : target.substr(std::min(target.find('/', scheme + 3), target.size()));
     const size_t start = rest.find_first_not_of("/\\");
     return "/" + (start == std::string::npos ? "" : rest.substr(start));
 }

@@ -63,10 +63,7 @@ bool OpenConsoleDirectory(const std::string& path)
 
 int ConsoleDirectory() { return g_consoleDirectory; }
 
-bool IsConsolePath(const std::string& path)
-{
-    return path == "/" || path.rfind(kConsolePrefix, 0) == 0;
-}
+bool IsConsolePath(const std::string& path) { return path == "/" || path.rfind(kConsolePrefix, 0) == 0; }
 
 HttpReply ConsoleFile(const std::string& method, const std::string& path)
 {

@@ -166,8 +166,8 @@ std::optional<HttpReply> Refusal(const HostParts& parts, const std::string& path
     const std::string& name = state.route.rest;
     const Resource* resource = FindResource(parts, name);
     if (resource == nullptr) {
-        return ErrorReply(404, KnownResourceName(name) ? "the module lacks stages of " + name
-                                                       : "no resource at " + path);
+        return ErrorReply(404,
+                          KnownResourceName(name) ? "the module lacks stages of " + name : "no resource at " + path);
     }
     const bool allowed = (method == MHD_HTTP_METHOD_GET && resource->runGet != nullptr) ||
                          (method == MHD_HTTP_METHOD_PUT && resource->runPut != nullptr);
@@ -220,8 +220,8 @@ HttpReply RunResource(HostParts& parts, MHD_Connection* connection, bool put, co
     }
     const StageAnswer answer = RunStages(resource, request);
     parts.log->Note(std::string(put ? "PUT " : "GET ") + state.rawUri + " -> " + std::to_string(answer.httpStatus) +
-                    " (result " + std::to_string(answer.result) + ", format " +
-                    std::to_string(answer.formatResult) + ")");
+                    " (result " + std::to_string(answer.result) + ", format " + std::to_string(answer.formatResult) +
+                    ")");
     return HttpReply{answer.httpStatus, answer.body, ""};
 }
 
@@ -234,8 +234,8 @@ MHD_Result Access(void* cls, MHD_Connection* connection, const char* url, const 
     if (!state->started) {
         state->started = true;
         state->route = RouteOf(path);
-        if (const std::optional<HeadRefusal> refusal = CheckRequest(HeadOf(connection, method, version, *state),
-                                                                   front->Parts().names)) {
+        if (const std::optional<HeadRefusal> refusal =
+                CheckRequest(HeadOf(connection, method, version, *state), front->Parts().names)) {
             front->Parts().log->Note(std::string(method) + " " + state->rawUri + " -> " +
                                      std::to_string(refusal->status) + " (refused by the host)");
             return Send(connection, ErrorReply(refusal->status, refusal->message));
@@ -271,9 +271,8 @@ MHD_Result Access(void* cls, MHD_Connection* connection, const char* url, const 
             return Send(connection, HttpReply{200, contract::ApiDocumentText(), ""});
         case RouteKind::Sim: {
             const size_t query = state->rawUri.find('?');
-            return Send(connection,
-                        HandleSimRoute(front->Parts(), method, state->route.rest, state->body,
-                                       query == std::string::npos ? "" : state->rawUri.substr(query + 1)));
+            return Send(connection, HandleSimRoute(front->Parts(), method, state->route.rest, state->body,
+                                                   query == std::string::npos ? "" : state->rawUri.substr(query + 1)));
         }
         case RouteKind::Console:
             return Send(connection, ConsoleFile(method, path));
@@ -281,8 +280,8 @@ MHD_Result Access(void* cls, MHD_Connection* connection, const char* url, const 
         case RouteKind::None:  // refused before its body
             break;
     }
-    return Send(connection, RunResource(front->Parts(), connection, std::strcmp(method, MHD_HTTP_METHOD_PUT) == 0,
-                                        *state));
+    return Send(connection,
+                RunResource(front->Parts(), connection, std::strcmp(method, MHD_HTTP_METHOD_PUT) == 0, *state));
 }
 
 }  // namespace
@@ -299,7 +298,10 @@ HttpReply ErrorReply(unsigned status, const std::string& message)
 
 HttpReply JsonReply(unsigned status, json_object* body)
 {
-    return HttpReply{status, json_object_to_json_string_ext(body, JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_NOSLASHESCAPE) + std::string("\n"), ""};
+    return HttpReply{status,
+                     json_object_to_json_string_ext(body, JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_NOSLASHESCAPE) +
+                         std::string("\n"),
+                     ""};
 }
 
 std::vector<std::pair<std::string, std::string>> CommonHeaders(const std::string& contentType)
@@ -346,11 +348,10 @@ bool HttpFront::Start(const std::string& address, uint16_t port, const std::vect
     daemon_ = MHD_start_daemon(MHD_USE_THREAD_PER_CONNECTION | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_POLL |
                                    MHD_USE_ERROR_LOG | MHD_USE_NO_LISTEN_SOCKET,
                                0, nullptr, nullptr, &Access, this, MHD_OPTION_EXTERNAL_LOGGER, &LibraryMessage,
-                               parts_.log, MHD_OPTION_URI_LOG_CALLBACK, &UriLog, nullptr,
-                               MHD_OPTION_NOTIFY_COMPLETED, &Completed, nullptr, MHD_OPTION_NOTIFY_CONNECTION,
-                               &Intake::Notify, &intake_, MHD_OPTION_THREAD_STACK_SIZE, kStageStackSize,
-                               MHD_OPTION_CONNECTION_LIMIT, libraryLimit, MHD_OPTION_CONNECTION_TIMEOUT,
-                               kConnectionTimeoutS, MHD_OPTION_END);
+                               parts_.log, MHD_OPTION_URI_LOG_CALLBACK, &UriLog, nullptr, MHD_OPTION_NOTIFY_COMPLETED,
+                               &Completed, nullptr, MHD_OPTION_NOTIFY_CONNECTION, &Intake::Notify, &intake_,
+                               MHD_OPTION_THREAD_STACK_SIZE, kStageStackSize, MHD_OPTION_CONNECTION_LIMIT, libraryLimit,
+                               MHD_OPTION_CONNECTION_TIMEOUT, kConnectionTimeoutS, MHD_OPTION_END);
     if (daemon_ == nullptr) {
         error = "cannot listen on " + address + ":" + std::to_string(port);
         return false;
@@ -359,10 +360,7 @@ bool HttpFront::Start(const std::string& address, uint16_t port, const std::vect
     return true;
 }
 
-uint16_t HttpFront::Port() const
-{
-    return intake_.Port();
-}
+uint16_t HttpFront::Port() const { return intake_.Port(); }
 
 void HttpFront::Stop()
 {

@@ -53,8 +53,8 @@ std::string AnswerBytes(const HttpReply& reply);
 
 // The inspection and fault routes (path without the "/_sim/" prefix; the
 // query as sent, without the '?').
-HttpReply HandleSimRoute(HostParts& parts, const std::string& method, const std::string& path,
-                         const std::string& body, const std::string& query);
+HttpReply HandleSimRoute(HostParts& parts, const std::string& method, const std::string& path, const std::string& body,
+                         const std::string& query);
 
 class HttpFront {
 public:
@@ -65,8 +65,7 @@ public:
     // served connection, within the parts' limits and for the parts' names
     // (each taken with the port listened on); false with `error` set when it
     // cannot.
-    bool Start(const std::string& address, uint16_t port, const std::vector<std::string>& names,
-               std::string& error);
+    bool Start(const std::string& address, uint16_t port, const std::vector<std::string>& names, std::string& error);
     uint16_t Port() const;
     void Stop();
 

@@ -270,8 +270,8 @@ void Intake::HandOver(int fd)
     fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
     // The library takes the socket over, and closes it even when it fails.
     if (MHD_add_connection(daemon_, fd, reinterpret_cast<const sockaddr*>(&w.peer), sizeof(w.peer)) != MHD_YES) {
-        log_->Note(AddressText(w.address) + " -> closed (the library could not take the connection: " +
-                   std::strerror(errno) + ")");
+        log_->Note(AddressText(w.address) +
+                   " -> closed (the library could not take the connection: " + std::strerror(errno) + ")");
         Release(w.address, true);
     }
 }

@@ -69,8 +69,7 @@ public:
 
     // MHD_OPTION_NOTIFY_CONNECTION: a connection the library ends frees its
     // place. `intake` is this.
-    static void Notify(void* intake, MHD_Connection* connection, void** context,
-                       MHD_ConnectionNotificationCode code);
+    static void Notify(void* intake, MHD_Connection* connection, void** context, MHD_ConnectionNotificationCode code);
     // The library has begun to read a request of `connection`.
     static void Begun(MHD_Connection* connection);
 

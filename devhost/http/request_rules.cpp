@@ -26,9 +26,8 @@ std::string Lowered(std::string_view text)
 
 bool IEquals(std::string_view a, std::string_view b)
 {
-    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-               return Lower(x) == Lower(y);
-           });
+    return a.size() == b.size() &&
+           std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) { return Lower(x) == Lower(y); });
 }
 
 std::string_view Trimmed(std::string_view text)
@@ -132,8 +131,7 @@ std::optional<HeadRefusal> ParseRequestLine(std::string_view line, RequestHead& 
     const size_t last = line.rfind(' ');
     const HeadRefusal malformed{400, "the request line is not METHOD TARGET HTTP/1.1"};
     if (first == std::string_view::npos || first == 0 || first == last || last + 1 == line.size() ||
-        !std::all_of(line.begin(), line.begin() + first, IsTokenChar) ||
-        line.find_first_not_of(' ', first) == last) {
+        !std::all_of(line.begin(), line.begin() + first, IsTokenChar) || line.find_first_not_of(' ', first) == last) {
         return malformed;
     }
     head.method = line.substr(0, first);
@@ -159,7 +157,8 @@ std::optional<HeadRefusal> ParseHeaderLine(std::string_view line, RequestHead& h
         return std::nullopt;
     }
     const size_t colon = line.find(':');
-    if (colon == std::string_view::npos || colon == 0 || !std::all_of(line.begin(), line.begin() + colon, IsTokenChar)) {
+    if (colon == std::string_view::npos || colon == 0 ||
+        !std::all_of(line.begin(), line.begin() + colon, IsTokenChar)) {
         return HeadRefusal{400, "a header line is not NAME: VALUE"};
     }
     head.headers.emplace_back(line.substr(0, colon), line.substr(colon + 1));

@@ -212,8 +212,8 @@ HttpReply Both(HostParts& parts, const char* op)
 
 }  // namespace
 
-HttpReply HandleSimRoute(HostParts& parts, const std::string& method, const std::string& path,
-                         const std::string& body, const std::string& query)
+HttpReply HandleSimRoute(HostParts& parts, const std::string& method, const std::string& path, const std::string& body,
+                         const std::string& query)
 {
     const std::vector<std::string> p = Split(path);
     const bool get = method == "GET";
@@ -235,7 +235,8 @@ HttpReply HandleSimRoute(HostParts& parts, const std::string& method, const std:
     if (p.size() == 2 && p[0] == "control") {
         const std::optional<unsigned long long> code = Number(p[1], static_cast<unsigned long long>(kCommandMax));
         if (!code) {
-            return ErrorReply(404, "use /_sim/control/<code> with a decimal number up to " + std::to_string(kCommandMax));
+            return ErrorReply(404,
+                              "use /_sim/control/<code> with a decimal number up to " + std::to_string(kCommandMax));
         }
         return get || put ? Block(*parts.control, method, *code, std::nullopt, body) : wrongMethod("GET, PUT");
     }

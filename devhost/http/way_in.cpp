@@ -41,20 +41,20 @@ std::string Escaped(const std::string& text)
     std::string out;
     for (const char c : text) {
         switch (c) {
-        case '&':
-            out += "&amp;";
-            break;
-        case '<':
-            out += "&lt;";
-            break;
-        case '>':
-            out += "&gt;";
-            break;
-        case '"':
-            out += "&quot;";
-            break;
-        default:
-            out += c;
+            case '&':
+                out += "&amp;";
+                break;
+            case '<':
+                out += "&lt;";
+                break;
+            case '>':
+                out += "&gt;";
+                break;
+            case '"':
+                out += "&quot;";
+                break;
+            default:
+                out += c;
         }
     }
     return out;
@@ -134,7 +134,7 @@ bool PrefersHtml(const char* accept)
                 quality = std::strtod(parameter.c_str() + 2, nullptr);
             }
         }
-        double* slot = type == "text/html"           ? &html
+        double* slot = type == "text/html"          ? &html
                        : type == "application/json" ? &json
                        : type == "application/*"    ? &application
                        : type == "*/*"              ? &any

@@ -18,7 +18,8 @@ bool InRange(json_object* o, const char* key, long long min, long long max, std:
     if (value && *value >= min && *value <= max) {
         return true;
     }
-    error = std::string("\"") + key + "\" must be an integer from " + std::to_string(min) + " to " + std::to_string(max);
+    error =
+        std::string("\"") + key + "\" must be an integer from " + std::to_string(min) + " to " + std::to_string(max);
     return false;
 }
 

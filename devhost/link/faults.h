@@ -20,10 +20,10 @@ enum class FaultKind { NoAnswer, Delay, Status, ShortContent, Result, SendFailur
 
 struct Fault {
     FaultKind kind = FaultKind::NoAnswer;
-    int command = -1;                // -1: every command
-    std::optional<uint32_t> channel; // none: every channel
-    long long value = 0;             // delay ms, status, content length, Result
-    long long remaining = -1;        // exchanges it still applies to; -1 without end
+    int command = -1;                 // -1: every command
+    std::optional<uint32_t> channel;  // none: every channel
+    long long value = 0;              // delay ms, status, content length, Result
+    long long remaining = -1;         // exchanges it still applies to; -1 without end
 };
 
 // The two services a simulator plays.

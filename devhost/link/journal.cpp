@@ -92,8 +92,7 @@ std::atomic<unsigned long long>* SharedSequence()
     static std::atomic<unsigned long long>* sequence = [] {
         void* p = mmap(nullptr, sizeof(std::atomic<unsigned long long>), PROT_READ | PROT_WRITE,
                        MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-        return p == MAP_FAILED ? new std::atomic<unsigned long long>(0)
-                               : new (p) std::atomic<unsigned long long>(0);
+        return p == MAP_FAILED ? new std::atomic<unsigned long long>(0) : new (p) std::atomic<unsigned long long>(0);
     }();
     return sequence;
 }

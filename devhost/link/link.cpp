@@ -28,8 +28,7 @@ bool SendJson(int fd, json_object* o)
         const bool more = at + piece < text.size();
         const uint8_t flag = 1;
         const bool sent = (!more || wiro_header_set(msg, kLinkMoreKey, &flag, sizeof(flag)) == 0) &&
-                          wiro_content_add(msg, text.data() + at, piece, 0) == 0 &&
-                          wiro_message_sendfd(msg, fd) >= 0;
+                          wiro_content_add(msg, text.data() + at, piece, 0) == 0 && wiro_message_sendfd(msg, fd) >= 0;
         const int savedErrno = errno;
         wiro_message_put(msg);
         if (!sent) {

@@ -8,8 +8,7 @@ const char* OperationName(uint8_t op)
     return op < 4 ? names[op] : "unknown";
 }
 
-IspReply Perform(IspState& state, uint8_t op, unsigned command, std::optional<uint32_t> channel,
-                 const Bytes& content)
+IspReply Perform(IspState& state, uint8_t op, unsigned command, std::optional<uint32_t> channel, const Bytes& content)
 {
     const uint32_t ch = channel.value_or(0);
     IspReply reply;

@@ -78,8 +78,7 @@ struct IspReply {
 };
 
 // What the service does with one request, without faults.
-IspReply Perform(IspState& state, uint8_t op, unsigned command, std::optional<uint32_t> channel,
-                 const Bytes& content);
+IspReply Perform(IspState& state, uint8_t op, unsigned command, std::optional<uint32_t> channel, const Bytes& content);
 
 }  // namespace devhost
 

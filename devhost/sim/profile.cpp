@@ -22,6 +22,9 @@ struct BlockField {
     const char* path;  // in the profile, dot-separated; numbers index arrays
 };
 
+// Left as written: clang-format cannot lay out a macro that expands to
+// braced rows.
+// clang-format off
 #define THERMAL(offset, type, name) {"isp", 25, offset, FieldType::type, "isp.thermal." name}
 #define PLANE_POINT(i) \
     {"isp", 17, 1052 + 8 * (i), FieldType::U32, "isp.autofocus.planePoints." #i ".x"}, \
@@ -29,6 +32,7 @@ struct BlockField {
 #define CONTROL_CHANNEL(code) \
     {"control", code, 0, FieldType::U32, "control.channelField"}, \
     {"control", code, 4, FieldType::U32, "control.channelFieldHigh"}
+// clang-format on
 
 constexpr BlockField kFields[] = {
     {"isp", 5, 16, FieldType::F64, "isp.sensorScale.width"},
@@ -38,19 +42,38 @@ constexpr BlockField kFields[] = {
     {"isp", 16, 0, FieldType::U8, "isp.exposureLock"},
     {"isp", 17, 1044, FieldType::U8, "isp.autofocus.planeEnable"},
     {"isp", 17, 1048, FieldType::U32, "isp.autofocus.pointMax"},
-    PLANE_POINT(0), PLANE_POINT(1), PLANE_POINT(2), PLANE_POINT(3),
+    PLANE_POINT(0),
+    PLANE_POINT(1),
+    PLANE_POINT(2),
+    PLANE_POINT(3),
     {"isp", 17, 1208, FieldType::F64, "isp.autofocus.zoomRatioCur"},
     {"isp", 17, 1216, FieldType::F64, "isp.autofocus.horDegree"},
     {"isp", 17, 1224, FieldType::F64, "isp.autofocus.verDegree"},
     {"isp", 17, 1232, FieldType::U32, "isp.autofocus.calibrateState"},
-    THERMAL(0, U32, "pointX"), THERMAL(4, U32, "pointY"), THERMAL(8, U32, "blindOperation"),
-    THERMAL(12, U32, "correctOperation"), THERMAL(16, I32, "enable"), THERMAL(20, U32, "correctTime"),
-    THERMAL(24, U32, "correctTemperature"), THERMAL(28, U32, "brightness"), THERMAL(32, U32, "contrast"),
-    THERMAL(36, I32, "detailEnhace"), THERMAL(40, U32, "colorMode"), THERMAL(44, I32, "highRange"),
-    THERMAL(48, I32, "midRange"), THERMAL(52, I32, "lowRange"), THERMAL(56, I32, "highMin"),
-    THERMAL(60, I32, "midMax"), THERMAL(64, I32, "midMin"), THERMAL(68, I32, "lowMax"),
-    THERMAL(72, I32, "colorBar"), THERMAL(76, U32, "afMode"), THERMAL(80, U32, "ctrlOperation"),
-    THERMAL(84, I32, "tempAdapt"), THERMAL(88, U32, "afSpeed"), THERMAL(92, U32, "compensateTemp"),
+    THERMAL(0, U32, "pointX"),
+    THERMAL(4, U32, "pointY"),
+    THERMAL(8, U32, "blindOperation"),
+    THERMAL(12, U32, "correctOperation"),
+    THERMAL(16, I32, "enable"),
+    THERMAL(20, U32, "correctTime"),
+    THERMAL(24, U32, "correctTemperature"),
+    THERMAL(28, U32, "brightness"),
+    THERMAL(32, U32, "contrast"),
+    THERMAL(36, I32, "detailEnhace"),
+    THERMAL(40, U32, "colorMode"),
+    THERMAL(44, I32, "highRange"),
+    THERMAL(48, I32, "midRange"),
+    THERMAL(52, I32, "lowRange"),
+    THERMAL(56, I32, "highMin"),
+    THERMAL(60, I32, "midMax"),
+    THERMAL(64, I32, "midMin"),
+    THERMAL(68, I32, "lowMax"),
+    THERMAL(72, I32, "colorBar"),
+    THERMAL(76, U32, "afMode"),
+    THERMAL(80, U32, "ctrlOperation"),
+    THERMAL(84, I32, "tempAdapt"),
+    THERMAL(88, U32, "afSpeed"),
+    THERMAL(92, U32, "compensateTemp"),
     {"isp", 28, 200, FieldType::F64, "isp.fakeRatio"},
     CONTROL_CHANNEL(3210),
     {"control", 3210, 8, FieldType::U32, "control.speedSet"},
@@ -69,8 +92,7 @@ constexpr BlockField kFields[] = {
 #undef CONTROL_CHANNEL
 
 // The ability ranges in the order of the ability record.
-constexpr const char* kAbilityNames[ABILITY_RANGE_COUNT] = {"brightness", "contrast", "saturation", "hue",
-                                                            "sharpness"};
+constexpr const char* kAbilityNames[ABILITY_RANGE_COUNT] = {"brightness", "contrast", "saturation", "hue", "sharpness"};
 
 constexpr const char kDefaultProfile[] = R"({
   "channels": 3,
@@ -148,15 +170,15 @@ json_object* Lookup(json_object* root, const char* path)
 size_t Width(FieldType type)
 {
     switch (type) {
-    case FieldType::U8:
-        return 1;
-    case FieldType::U32:
-    case FieldType::I32:
-        return 4;
-    case FieldType::F64:
-        return 8;
-    case FieldType::Text256:
-        return 256;
+        case FieldType::U8:
+            return 1;
+        case FieldType::U32:
+        case FieldType::I32:
+            return 4;
+        case FieldType::F64:
+            return 8;
+        case FieldType::Text256:
+            return 256;
     }
     return 0;
 }
@@ -164,21 +186,24 @@ size_t Width(FieldType type)
 const char* TypeName(FieldType type)
 {
     switch (type) {
-    case FieldType::U8:
-        return "u8";
-    case FieldType::U32:
-        return "u32";
-    case FieldType::I32:
-        return "i32";
-    case FieldType::F64:
-        return "f64";
-    case FieldType::Text256:
-        return "text";
+        case FieldType::U8:
+            return "u8";
+        case FieldType::U32:
+            return "u32";
+        case FieldType::I32:
+            return "i32";
+        case FieldType::F64:
+            return "f64";
+        case FieldType::Text256:
+            return "text";
     }
     return "";
 }
 
-bool IsNumber(json_object* v) { return json_object_is_type(v, json_type_int) || json_object_is_type(v, json_type_double); }
+bool IsNumber(json_object* v)
+{
+    return json_object_is_type(v, json_type_int) || json_object_is_type(v, json_type_double);
+}
 
 bool PutField(const BlockField& f, json_object* v, Bytes& block, std::string& error)
 {
@@ -195,26 +220,26 @@ bool PutField(const BlockField& f, json_object* v, Bytes& block, std::string& er
         return true;
     };
     switch (f.type) {
-    case FieldType::U8:
-        return integer(0, 255, uint8_t{});
-    case FieldType::U32:
-        return integer(0, std::numeric_limits<uint32_t>::max(), uint32_t{});
-    case FieldType::I32:
-        return integer(std::numeric_limits<int32_t>::min(), std::numeric_limits<int32_t>::max(), int32_t{});
-    case FieldType::F64: {
-        if (!IsNumber(v)) {
-            return bad("a number");
+        case FieldType::U8:
+            return integer(0, 255, uint8_t{});
+        case FieldType::U32:
+            return integer(0, std::numeric_limits<uint32_t>::max(), uint32_t{});
+        case FieldType::I32:
+            return integer(std::numeric_limits<int32_t>::min(), std::numeric_limits<int32_t>::max(), int32_t{});
+        case FieldType::F64: {
+            if (!IsNumber(v)) {
+                return bad("a number");
+            }
+            const double d = json_object_get_double(v);
+            std::memcpy(block.data() + f.offset, &d, sizeof(d));
+            return true;
         }
-        const double d = json_object_get_double(v);
-        std::memcpy(block.data() + f.offset, &d, sizeof(d));
-        return true;
-    }
-    case FieldType::Text256:
-        if (!json_object_is_type(v, json_type_string) || json_object_get_string_len(v) > 255) {
-            return bad("a text of at most 255 characters");
-        }
-        std::memcpy(block.data() + f.offset, json_object_get_string(v), json_object_get_string_len(v));
-        return true;
+        case FieldType::Text256:
+            if (!json_object_is_type(v, json_type_string) || json_object_get_string_len(v) > 255) {
+                return bad("a text of at most 255 characters");
+            }
+            std::memcpy(block.data() + f.offset, json_object_get_string(v), json_object_get_string_len(v));
+            return true;
     }
     return false;
 }
@@ -227,17 +252,17 @@ json_object* FieldValue(const BlockField& f, const Bytes& block)
         return value;
     };
     switch (f.type) {
-    case FieldType::U8:
-        return json_object_new_int(p[0]);
-    case FieldType::U32:
-        return json_object_new_int64(read(uint32_t{}));
-    case FieldType::I32:
-        return json_object_new_int(read(int32_t{}));
-    case FieldType::F64:
-        return json_object_new_double(read(double{}));
-    case FieldType::Text256:
-        return json_object_new_string_len(reinterpret_cast<const char*>(p), static_cast<int>(strnlen(
-                                                                                reinterpret_cast<const char*>(p), 256)));
+        case FieldType::U8:
+            return json_object_new_int(p[0]);
+        case FieldType::U32:
+            return json_object_new_int64(read(uint32_t{}));
+        case FieldType::I32:
+            return json_object_new_int(read(int32_t{}));
+        case FieldType::F64:
+            return json_object_new_double(read(double{}));
+        case FieldType::Text256:
+            return json_object_new_string_len(reinterpret_cast<const char*>(p),
+                                              static_cast<int>(strnlen(reinterpret_cast<const char*>(p), 256)));
     }
     return nullptr;
 }
@@ -379,7 +404,8 @@ std::vector<FieldLayout> BlockLayouts()
 {
     std::vector<FieldLayout> layouts;
     for (const BlockField& f : kFields) {
-        layouts.push_back({f.service, f.command, f.offset, Width(f.type), TypeName(f.type), std::strchr(f.path, '.') + 1});
+        layouts.push_back(
+            {f.service, f.command, f.offset, Width(f.type), TypeName(f.type), std::strchr(f.path, '.') + 1});
     }
     return layouts;
 }

@@ -32,7 +32,10 @@ struct ControlCommandInfo {
     size_t size;
 };
 inline constexpr ControlCommandInfo kControlCommands[] = {
-    {3210, 16}, {3213, 64}, {3229, 16}, {3231, 264},
+    {3210, 16},
+    {3213, 64},
+    {3229, 16},
+    {3231, 264},
 };
 
 // The block size of an ISP command, or -1 when the service has no block for it.

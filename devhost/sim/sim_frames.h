@@ -38,7 +38,7 @@ bool StreamTransfer(int fd, void* data, size_t len, bool sending);
 struct ControlCommand {
     uint32_t type = 0;  // VW_MSG_READ or VW_MSG_WRITE
     int code = 0;
-    uint32_t channel = 0;  // the body's first word
+    uint32_t channel = 0;       // the body's first word
     std::vector<uint8_t> body;  // VW_CMD_BODY_LEN bytes
 };
 

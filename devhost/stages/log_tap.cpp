@@ -32,10 +32,7 @@ size_t Utf8Length(std::string_view text)
     return length;
 }
 
-const char* LangName(VW_LOG_LANG_E lang)
-{
-    return lang == VW_LOG_LANG_EN ? "en" : lang == VW_LOG_LANG_CN ? "cn" : "";
-}
+const char* LangName(VW_LOG_LANG_E lang) { return lang == VW_LOG_LANG_EN ? "en" : lang == VW_LOG_LANG_CN ? "cn" : ""; }
 
 }  // namespace
 
@@ -95,13 +92,13 @@ void LogTap::Sink(const VW_LOG_LINE_S* line, void* self)
         json_object_object_add(o, "debugFlag", json_object_new_int(line->debugFlag));
         json_object_object_add(o, "file", json_object_new_string(line->file != nullptr ? line->file : ""));
         json_object_object_add(o, "line", json_object_new_int(line->line));
-        printed = "diag  level " + std::to_string(line->level) + " " + (line->file != nullptr ? line->file : "") +
-                  ":" + std::to_string(line->line) + " " + Trimmed(line->text);
+        printed = "diag  level " + std::to_string(line->level) + " " + (line->file != nullptr ? line->file : "") + ":" +
+                  std::to_string(line->line) + " " + Trimmed(line->text);
     } else {
         json_object_object_add(o, "channel", json_object_new_int(line->channel));
         json_object_object_add(o, "lang", json_object_new_string(LangName(line->lang)));
-        printed = "oplog channel " + std::to_string(line->channel) + " " + LangName(line->lang) + " " +
-                  Trimmed(line->text);
+        printed =
+            "oplog channel " + std::to_string(line->channel) + " " + LangName(line->lang) + " " + Trimmed(line->text);
     }
     json_object_object_add(o, "text", json_object_new_string(line->text));
 

@@ -81,8 +81,9 @@ StageAnswer RunStages(const Resource& resource, const StageRequest& request)
         buf.ulHttpStatus = 0;
         FormatCommonStatus(&header, code, &context, &buf);
     }
-    answer.httpStatus = buf.ulHttpStatus != 0 ? static_cast<unsigned>(buf.ulHttpStatus)
-                                              : static_cast<unsigned>(FillResponseStatusParam(&header, code).ullHttpStatus);
+    answer.httpStatus = buf.ulHttpStatus != 0
+                            ? static_cast<unsigned>(buf.ulHttpStatus)
+                            : static_cast<unsigned>(FillResponseStatusParam(&header, code).ullHttpStatus);
     answer.body.assign(buf.pcData, buf.ulLength);
     return answer;
 }

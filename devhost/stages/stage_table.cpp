@@ -9,18 +9,18 @@ namespace {
 const char* KindPrefix(StageKind kind)
 {
     switch (kind) {
-    case kRunGet:
-        return "RunGet";
-    case kFormatGet:
-        return "FormatGet";
-    case kPreProcPut:
-        return "PreProcPut";
-    case kParsePut:
-        return "ParsePut";
-    case kRunPut:
-        return "RunPut";
-    case kFormatPut:
-        return "FormatPut";
+        case kRunGet:
+            return "RunGet";
+        case kFormatGet:
+            return "FormatGet";
+        case kPreProcPut:
+            return "PreProcPut";
+        case kParsePut:
+            return "ParsePut";
+        case kRunPut:
+            return "RunPut";
+        case kFormatPut:
+            return "FormatPut";
     }
     return "";
 }

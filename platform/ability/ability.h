@@ -35,8 +35,8 @@ typedef enum {
 } ABILITY_RANGE_E;
 
 typedef struct {
-    uint32_t uiChannel;  /* input: 101 for the first channel */
-    uint32_t uiQuery;    /* input: 0 */
+    uint32_t uiChannel; /* input: 101 for the first channel */
+    uint32_t uiQuery;   /* input: 0 */
     uint8_t aucData[DEVICE_ABILITY_LEN - 8];
 } DEVICE_ABILITY_S;
 

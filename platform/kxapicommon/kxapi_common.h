@@ -17,11 +17,11 @@ typedef int VW_RESULT_TYPE;
 
 enum VW_RESULT_E : int {
     VW_SUCCESS = 0,
-    VW_ERR_PARAM = 1,       /* bad argument, missing record, failed service or bounds-checked call */
-    VW_ERR_QUERY = 3,       /* a query parameter could not be read */
-    VW_ERR_BODY = 4,        /* request body or a value in it refused */
-    VW_ERR_NO_MEMORY = 18,  /* a record could not be allocated */
-    VW_ERR_RANGE = -1,      /* query parameter outside the stage's accepted values; Format-stage failure */
+    VW_ERR_PARAM = 1,      /* bad argument, missing record, failed service or bounds-checked call */
+    VW_ERR_QUERY = 3,      /* a query parameter could not be read */
+    VW_ERR_BODY = 4,       /* request body or a value in it refused */
+    VW_ERR_NO_MEMORY = 18, /* a record could not be allocated */
+    VW_ERR_RANGE = -1,     /* query parameter outside the stage's accepted values; Format-stage failure */
 };
 
 enum VW_DEBUG_FLAG_E : int {

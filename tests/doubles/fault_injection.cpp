@@ -87,10 +87,7 @@ void* __wrap_malloc(size_t size)
     return block != nullptr && fill >= 0 ? std::memset(block, fill, size) : block;
 }
 
-void* __wrap_calloc(size_t n, size_t size)
-{
-    return doubles::Trips(Call::Calloc) ? nullptr : __real_calloc(n, size);
-}
+void* __wrap_calloc(size_t n, size_t size) { return doubles::Trips(Call::Calloc) ? nullptr : __real_calloc(n, size); }
 
 static int OpenIspNode(int flags)
 {

@@ -114,9 +114,8 @@ Request::~Request()
 int Invoke(const AnyStage& s, Request& r, VW_RESULT_TYPE result, int nullArg)
 {
     tagHTTP_HEADER_S* header = nullArg == 0 ? nullptr : &r.header;
-    tagHTTP_CNTENT_INTER_S* ctx = (nullArg == 2 && s.format == nullptr) || (nullArg == 1 && s.format != nullptr)
-                                      ? nullptr
-                                      : &r.ctx;
+    tagHTTP_CNTENT_INTER_S* ctx =
+        (nullArg == 2 && s.format == nullptr) || (nullArg == 1 && s.format != nullptr) ? nullptr : &r.ctx;
     const bool second = nullArg != 1;
     if (s.parse != nullptr) {
         return s.parse(header, second ? &r.content : nullptr, ctx);

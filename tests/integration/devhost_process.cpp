@@ -78,8 +78,7 @@ HttpResult DevhostProcess::Request(const std::string& method, const std::string&
     request += "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
     const HttpResult result = Exchange(request);
     if (result.status != 0) {
-        RecordExchange(method, target, body, result.head.substr(0, result.head.size() - 2), result.status,
-                       result.body);
+        RecordExchange(method, target, body, result.head.substr(0, result.head.size() - 2), result.status, result.body);
     }
     return result;
 }

@@ -33,19 +33,19 @@ enum class Squeeze { None, Descriptors, AddressSpace };
 
 struct HostileCase {
     const char* name;
-    std::vector<const char*> args;  // the host's options besides the test's own
-    size_t connections;             // how many the attack opens
-    std::string sends;              // what each of them sends first
-    bool readsAnswer = false;       // each reads its answer, then keeps its connection open
-    bool closes = false;            // each closes at once after sending
-    bool outwaitsTheHead = false;   // the attack waits past the host's 10 s for a head
-    const char* from = "127.0.0.2"; // the attack's address; the well-behaved client's is 127.0.0.1
+    std::vector<const char*> args;   // the host's options besides the test's own
+    size_t connections;              // how many the attack opens
+    std::string sends;               // what each of them sends first
+    bool readsAnswer = false;        // each reads its answer, then keeps its connection open
+    bool closes = false;             // each closes at once after sending
+    bool outwaitsTheHead = false;    // the attack waits past the host's 10 s for a head
+    const char* from = "127.0.0.2";  // the attack's address; the well-behaved client's is 127.0.0.1
     Squeeze squeeze = Squeeze::None;
     long long headroom = 0;
-    int meanwhile = 200;       // what a well-behaved client gets while the attack holds
-    size_t refused = 0;        // how many of the attack's connections get 503
-    size_t refusedSlack = 0;   // give or take
-    size_t threadsAbove = 1;   // the host's threads while the attack holds, at most this many above idle
+    int meanwhile = 200;      // what a well-behaved client gets while the attack holds
+    size_t refused = 0;       // how many of the attack's connections get 503
+    size_t refusedSlack = 0;  // give or take
+    size_t threadsAbove = 1;  // the host's threads while the attack holds, at most this many above idle
     friend std::ostream& operator<<(std::ostream& os, const HostileCase& c) { return os << c.name; }
 };
 
@@ -58,18 +58,43 @@ const HostileCase kHostileCases[] = {
     {.name = "HalfHeadsThenGone", .args = {}, .connections = 300, .sends = kHalfHead, .closes = true},
     {.name = "NothingSent", .args = {}, .connections = 1100, .sends = ""},
     // Served connections each hold a thread: their bound is the threads' bound.
-    {.name = "KeptAliveConnections", .args = {"--max-connections", "16"}, .connections = 40, .sends = kKeptAlive,
-     .readsAnswer = true, .meanwhile = 503, .refused = 24, .threadsAbove = 17},
+    {.name = "KeptAliveConnections",
+     .args = {"--max-connections", "16"},
+     .connections = 40,
+     .sends = kKeptAlive,
+     .readsAnswer = true,
+     .meanwhile = 503,
+     .refused = 24,
+     .threadsAbove = 17},
     // Beyond loopback one address holds a quarter of the served connections.
-    {.name = "OneAddressBeyondLoopback", .args = {"--listen", "0.0.0.0:0", "--no-token", "--max-connections", "8"},
-     .connections = 6, .sends = kKeptAlive, .readsAnswer = true, .refused = 4, .threadsAbove = 3},
+    {.name = "OneAddressBeyondLoopback",
+     .args = {"--listen", "0.0.0.0:0", "--no-token", "--max-connections", "8"},
+     .connections = 6,
+     .sends = kKeptAlive,
+     .readsAnswer = true,
+     .refused = 4,
+     .threadsAbove = 3},
     // The limit counts descriptor numbers: a gap among the host's lets one
     // more connection wait.
-    {.name = "DescriptorsRunOut", .args = {}, .connections = 60, .sends = kHalfHead, .squeeze = Squeeze::Descriptors,
-     .headroom = 20, .meanwhile = 503, .refused = 40, .refusedSlack = 2},
+    {.name = "DescriptorsRunOut",
+     .args = {},
+     .connections = 60,
+     .sends = kHalfHead,
+     .squeeze = Squeeze::Descriptors,
+     .headroom = 20,
+     .meanwhile = 503,
+     .refused = 40,
+     .refusedSlack = 2},
     // No memory for a thread's stack: that one connection is refused.
-    {.name = "NoThreadCanStart", .args = {}, .connections = 3, .sends = kKeptAlive, .readsAnswer = true,
-     .squeeze = Squeeze::AddressSpace, .headroom = 256 * 1024, .meanwhile = 503, .refused = 3},
+    {.name = "NoThreadCanStart",
+     .args = {},
+     .connections = 3,
+     .sends = kKeptAlive,
+     .readsAnswer = true,
+     .squeeze = Squeeze::AddressSpace,
+     .headroom = 256 * 1024,
+     .meanwhile = 503,
+     .refused = 3},
 };
 
 size_t Entries(const std::string& dir)
@@ -222,8 +247,8 @@ TEST_P(HostileClient, LeavesOthersAnAnswerAndTheHostBoundedAndStoppable)
     rlimit before{};
     prlimit(host->Pid(), resource, nullptr, &before);
     if (c.squeeze != Squeeze::None) {
-        const long long used = c.squeeze == Squeeze::Descriptors ? static_cast<long long>(idleFds)
-                                                                 : VmSizeBytes(host->Pid());
+        const long long used =
+            c.squeeze == Squeeze::Descriptors ? static_cast<long long>(idleFds) : VmSizeBytes(host->Pid());
         const rlimit squeezed{static_cast<rlim_t>(used + c.headroom), before.rlim_max};
         ASSERT_EQ(prlimit(host->Pid(), resource, &squeezed, nullptr), 0) << std::strerror(errno);
     }

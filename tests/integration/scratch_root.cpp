@@ -22,7 +22,7 @@ namespace {
 // Every directory of `path` below `root`, made as needed.
 bool MakePath(const std::string& root, const std::string& path)
 {
-    for (size_t slash = path.find('/', 1); ; slash = path.find('/', slash + 1)) {
+    for (size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
         const std::string dir = root + path.substr(0, slash);
         if (mkdir(dir.c_str(), 0755) != 0 && errno != EEXIST) {
             return false;
@@ -42,8 +42,8 @@ bool Populate(const std::string& root)
             return false;
         }
     }
-    for (const char* top : {"/usr", "/etc", "/dev", "/proc", "/bin", "/sbin", "/lib", "/lib32", "/lib64", "/libx32",
-                            ISPIAAS_BUILD_DIR}) {
+    for (const char* top :
+         {"/usr", "/etc", "/dev", "/proc", "/bin", "/sbin", "/lib", "/lib32", "/lib64", "/libx32", ISPIAAS_BUILD_DIR}) {
         struct stat st {};
         if (lstat(top, &st) != 0) {
             continue;
@@ -70,8 +70,8 @@ bool Populate(const std::string& root)
     const std::string root = dir + "/root";
     const bool made = unshare(CLONE_NEWNS) == 0 && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
                       mount("ispiaas-scratch", dir.c_str(), "tmpfs", 0, "mode=755,size=1m") == 0 &&
-                      mount(nullptr, dir.c_str(), nullptr, MS_SHARED, nullptr) == 0 &&
-                      mkdir(root.c_str(), 0755) == 0 && Populate(root);
+                      mount(nullptr, dir.c_str(), nullptr, MS_SHARED, nullptr) == 0 && mkdir(root.c_str(), 0755) == 0 &&
+                      Populate(root);
     if (made && write(ready, "1", 1) == 1) {
         char c;
         while (read(hold, &c, 1) > 0) {

@@ -54,10 +54,7 @@ void CheckQuery(const QueryCase& c)
 
 class QueryTest : public testing::TestWithParam<QueryCase> {};
 
-TEST_P(QueryTest, Parse)
-{
-    GetParam().isUnsigned ? CheckQuery<unsigned>(GetParam()) : CheckQuery<int>(GetParam());
-}
+TEST_P(QueryTest, Parse) { GetParam().isUnsigned ? CheckQuery<unsigned>(GetParam()) : CheckQuery<int>(GetParam()); }
 
 INSTANTIATE_TEST_SUITE_P(Query, QueryTest, testing::ValuesIn(kQueryCases));
 

@@ -14,9 +14,6 @@ constexpr auto RowName = [](const auto& info) { return std::string(info.param.na
 // Found by argument lookup for the rows, which live in each file's unnamed namespace.
 template <class Row>
 requires std::is_same_v<decltype(Row::name), const char*>
-void PrintTo(const Row& row, std::ostream* os)
-{
-    *os << row.name;
-}
+void PrintTo(const Row& row, std::ostream* os) { *os << row.name; }
 
 }  // namespace

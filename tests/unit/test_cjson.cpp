@@ -25,10 +25,7 @@ struct NumberCase {
 
 class CreateNumber : public testing::TestWithParam<NumberCase> {};
 
-TEST_P(CreateNumber, PrintsAsJsonC)
-{
-    EXPECT_EQ(Printed(GetParam().make()), GetParam().printed);
-}
+TEST_P(CreateNumber, PrintsAsJsonC) { EXPECT_EQ(Printed(GetParam().make()), GetParam().printed); }
 
 INSTANTIATE_TEST_SUITE_P(
     Overloads, CreateNumber,

@@ -102,10 +102,9 @@ protected:
 
 TEST_F(MemberCodec, EncodesEveryTypeInTableOrder)
 {
-    EXPECT_EQ(Encoded(Sample()),
-              R"({ "on": true, "i": -3, "u": 4294967294, "name": "cam", "pt": { "x": 1, "y": -1 }, )"
-              R"("pts": [ { "x": 2, "y": 3 }, { "x": 4, "y": 5 } ], "big": -9000000000, "d": 0.25, )"
-              R"("clock": "24:00", "when": "1970-01-01 00:00:00", "flag": true })");
+    EXPECT_EQ(Encoded(Sample()), R"({ "on": true, "i": -3, "u": 4294967294, "name": "cam", "pt": { "x": 1, "y": -1 }, )"
+                                 R"("pts": [ { "x": 2, "y": 3 }, { "x": 4, "y": 5 } ], "big": -9000000000, "d": 0.25, )"
+                                 R"("clock": "24:00", "when": "1970-01-01 00:00:00", "flag": true })");
 }
 
 TEST_F(MemberCodec, GroupsNestMembersOfOneRecord)
@@ -154,8 +153,7 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         DecodeCase{"EmptyObject", "{}", 0, Unchanged}, DecodeCase{"TopLevelArray", "[1,2]", 0, Unchanged},
         DecodeCase{"TopLevelNumber", "5", 0, Unchanged}, DecodeCase{"NullText", "null", -1, Unchanged},
-        DecodeCase{"NoText", nullptr, -1, Unchanged},
-        DecodeCase{"Malformed", "{\"u\":", -1, Unchanged},
+        DecodeCase{"NoText", nullptr, -1, Unchanged}, DecodeCase{"Malformed", "{\"u\":", -1, Unchanged},
         DecodeCase{"NullValuesCountAsAbsent", R"({"u": null, "pt": null, "pts": null, "name": null})", 0, Unchanged},
         DecodeCase{"UnknownKeysIgnored", R"({"zz": "text"})", 0, Unchanged},
         DecodeCase{"BoolFromNumbers", R"({"on": 0.0})", 0, [](_Rec& r) { r.on = false; }},

@@ -54,7 +54,8 @@ TEST_F(Resource, ThermalBodyMergesEachKeyIntoItsWord)
     const std::pair<const char*, std::vector<std::pair<int, uint32_t>>> cases[] = {
         {"{}", {}},
         {R"({"blindData": {"blindPosition": {"pointX": 4294967301, "pointY": -1}}})", {{0, 5}, {1, 0xffffffffu}}},
-        {R"({"blindData": {"blindOperation": -1.0}, "correctData": {"correctOperation": 1e12}})", {{2, 0}, {3, 0xffffffffu}}},
+        {R"({"blindData": {"blindOperation": -1.0}, "correctData": {"correctOperation": 1e12}})",
+         {{2, 0}, {3, 0xffffffffu}}},
         {R"({"correctData": {"autoModeData": {"enable": -2.5, "correctTime": 7.9, "correctTemperature": true}}})",
          {{4, 0xfffffffeu}, {5, 7}, {6, 1}}},
         {R"({"basicData": {"brightness": 1, "contrast": 2, "detailEnhace": 3e9}})", {{7, 1}, {8, 2}, {9, 0x7fffffffu}}},
@@ -135,7 +136,8 @@ TEST_F(Resource, ThermalCorrectionValuesOutsideTheirSetsAreRefused)
 TEST_F(Resource, AwbTextIsLaidOverTheCurrentField)
 {
     const std::string current = std::string(18, '1') + '\0' + "77", t255(255, '1'), nul(1, '\0');
-    const std::pair<std::string, std::string> cases[] = {  // the body, what it lays over the field ("": refused)
+    const std::pair<std::string, std::string> cases[] = {
+        // the body, what it lays over the field ("": refused)
         {"{}", current},
         {"[1, 2]", current},
         {R"({"regionAwbAttr": {"roiWeightArray": null}})", current},
@@ -171,8 +173,13 @@ TEST_F(Resource, AwbTextIsLaidOverTheCurrentField)
 TEST_F(Resource, LockFlagFromEachKindOfEnable)
 {
     const std::pair<const char*, uint8_t> cases[] = {
-        {R"({"enable": true})", 1}, {R"({"enable": 0.5})", 1}, {R"({"enable": -5})", 1}, {R"({"enable": 256})", 1},
-        {R"({"enable": false})", 0}, {R"({"enable": 0.0})", 0}, {"{}", 0},
+        {R"({"enable": true})", 1},
+        {R"({"enable": 0.5})", 1},
+        {R"({"enable": -5})", 1},
+        {R"({"enable": 256})", 1},
+        {R"({"enable": false})", 0},
+        {R"({"enable": 0.0})", 0},
+        {"{}", 0},
     };
     for (const auto& [body, flag] : cases) {
         Install();
@@ -195,9 +202,11 @@ TEST_F(Resource, AfPlaneBodyIsLaidOverTheBlockAsRead)
         {R"({"enable": null, "planePoints": null})", {}},
         {R"({"planePoints": []})", {}},
         {R"({"PointMax": 9})", {{1048, 9}}},
-        {R"({"planePoints": [{"planePointX": 1, "planePointY": 2}, {"planePointX": 3}]})", {{1052, 1}, {1056, 2}, {1060, 3}}},
+        {R"({"planePoints": [{"planePointX": 1, "planePointY": 2}, {"planePointX": 3}]})",
+         {{1052, 1}, {1056, 2}, {1060, 3}}},
         {R"({"planePoints": [{"planePointX": 1}, {"planePointX": 2}, {"planePointX": 3}, {"planePointX": 4},
-                             {"planePointX": 5}]})", {{1052, 1}, {1060, 2}, {1068, 3}, {1076, 4}}},
+                             {"planePointX": 5}]})",
+         {{1052, 1}, {1060, 2}, {1068, 3}, {1076, 4}}},
         {R"({"planePoints": [{"planePointX": 12.9, "planePointY": -5.5}, {"planePointY": -1}]})",
          {{1052, 12}, {1056, 0}, {1064, 4294967295u}}},
     };
@@ -217,8 +226,10 @@ TEST_F(Resource, AfPlaneBodyIsLaidOverTheBlockAsRead)
 // The switch byte goes back as read unless the body names the switch.
 TEST_F(Resource, AfPlaneSwitchByteIsRewrittenOnlyWhenNamed)
 {
-    const std::pair<const char*, uint8_t> cases[] = {{"{}", 5}, {R"({"PointMax": 1, "enable": null})", 5},
-                                                     {R"({"enable": true})", 1}, {R"({"enable": 2})", 1},
+    const std::pair<const char*, uint8_t> cases[] = {{"{}", 5},
+                                                     {R"({"PointMax": 1, "enable": null})", 5},
+                                                     {R"({"enable": true})", 1},
+                                                     {R"({"enable": 2})", 1},
                                                      {R"({"enable": 0})", 0}};
     for (const auto& [body, sent] : cases) {
         Install();

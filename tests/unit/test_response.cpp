@@ -78,8 +78,8 @@ TEST_F(ResponseTemplate, OnlyMinusOneFromCopy2BufIsAFailure)
         if (c.result == -1) {
             ASSERT_EQ(doubles::Diags().size(), 1u);
             const doubles::Diag& d = doubles::Diags()[0];
-            EXPECT_EQ(d.text, "[KXAPI]:FormatCommonResponse: Copy2Buf fail, dataLen[" +
-                                  std::to_string(g_copiedLength) + "]");
+            EXPECT_EQ(d.text,
+                      "[KXAPI]:FormatCommonResponse: Copy2Buf fail, dataLen[" + std::to_string(g_copiedLength) + "]");
             EXPECT_EQ(d.file, "access_server/kxapi/inc/kxapi_business_common");
             EXPECT_GT(g_copiedLength, 0u);
         } else {
@@ -92,8 +92,10 @@ TEST_F(ResponseTemplate, EncoderFailureIsReportedAndNothingWritten)
 {
     // The envelope's own object, then its "ResponseStatus" object, then the
     // copy of the printed text.
-    const std::pair<doubles::Call, int> failures[] = {{doubles::Call::NewObject, 1}, {doubles::Call::NewObject, 2},
-                                                      {doubles::Call::Malloc, 1},    {doubles::Call::MemsetS, 1},
+    const std::pair<doubles::Call, int> failures[] = {{doubles::Call::NewObject, 1},
+                                                      {doubles::Call::NewObject, 2},
+                                                      {doubles::Call::Malloc, 1},
+                                                      {doubles::Call::MemsetS, 1},
                                                       {doubles::Call::StrncpyS, 1}};
     for (const auto& [call, nth] : failures) {
         doubles::ResetAll();

@@ -43,7 +43,9 @@ protected:
 std::string Shown(const doubles::SrvRequest& r)
 {
     static const char* const kOps[] = {"reset", "create", "read", "write"};
-    const auto all = [&r](uint8_t b) { return std::count(r.content.begin(), r.content.end(), b) == std::ssize(r.content); };
+    const auto all = [&r](uint8_t b) {
+        return std::count(r.content.begin(), r.content.end(), b) == std::ssize(r.content);
+    };
     const char* fill = r.op != 2 || all(0) ? "" : all(0xa5) ? " as allocated" : " mixed";
     return std::string(kOps[r.op]) + " " + std::to_string(r.command) + "@" +
            (r.hasChannel ? std::to_string(r.channel) : "-") + " " + std::to_string(r.content.size()) +
@@ -61,31 +63,50 @@ struct ExchangeCase {
 
 const ExchangeCase kExchanges[] = {
     {.name = "FakeRatioReadsNoChannelId", .flow = kFakeRatio, .url = "/isp", .service = {"read 28@0 608"}},
-    {.name = "Capability", .flow = kCapability, .url = "/isp?ChannelId=104", .service = {"read 5@0 40"},
+    {.name = "Capability",
+     .flow = kCapability,
+     .url = "/isp?ChannelId=104",
+     .service = {"read 5@0 40"},
      .commands = {"ability 101/0"}},
     {.name = "AfStatus", .flow = kAfStatus, .url = "/isp?ChannelId=105", .service = {"read 17@0 1240"}},
     {.name = "AfPlaneGet", .flow = kAfPlaneGet, .url = "/isp?ChannelId=102", .service = {"read 17@1 1240"}},
-    {.name = "AfPlanePut", .flow = kAfPlanePut, .url = "/isp?ChannelId=101",
+    {.name = "AfPlanePut",
+     .flow = kAfPlanePut,
+     .url = "/isp?ChannelId=101",
      .service = {"read 17@0 1240 as allocated", "write 17@0 1240"}},
     {.name = "AwbGet", .flow = kAwbGet, .url = "/isp?ChannelId=7", .commands = {"read 3231 client"}},
     {.name = "AwbPut", .flow = kAwbPut, .url = "/isp?ChannelId=7", .commands = {"read 3231 sock", "write 3231 client"}},
     {.name = "ExtreGet", .flow = kExtreGet, .url = "/isp?ChannelId=0", .commands = {"read 3229 client"}},
-    {.name = "ExtrePut", .flow = kExtrePut, .url = "/isp?ChannelId=7",
+    {.name = "ExtrePut",
+     .flow = kExtrePut,
+     .url = "/isp?ChannelId=7",
      .commands = {"read 3229 sock", "write 3229 client"}},
     {.name = "Lock", .flow = kLock, .url = "/isp?ChannelId=103", .service = {"create 16@2 4 untimed"}},
-    {.name = "LockChannelWrapsBelow101", .flow = kLock, .url = "/isp?ChannelId=100",
+    {.name = "LockChannelWrapsBelow101",
+     .flow = kLock,
+     .url = "/isp?ChannelId=100",
      .service = {"create 16@4294967295 4 untimed"}},
     {.name = "ThermalGet", .flow = kThermalGet, .url = "/isp?ChannelId=102", .service = {"read 25@2 100"}},
-    {.name = "ThermalPut", .flow = kThermalPut, .url = "/isp?ChannelId=102",
+    {.name = "ThermalPut",
+     .flow = kThermalPut,
+     .url = "/isp?ChannelId=102",
      .service = {"read 25@2 100 as allocated", "write 25@2 100"}},
     {.name = "RestoreReadsNoChannelId", .flow = kRestore, .url = "/isp", .service = {"write 27@- 0 untimed"}},
     {.name = "ResetThermal", .flow = kResetThermal, .url = "/isp?ChannelId=102", .service = {"reset 25@1 0 untimed"}},
-    {.name = "ResetFog", .flow = kResetFog, .url = "/isp?ChannelId=103",
-     .service = {"read 7@2 16 as allocated", "write 7@2 16"}, .commands = {"read 3213 client"}},
-    {.name = "ResetSpeed", .flow = kResetSpeed, .url = "/isp?ChannelId=5",
+    {.name = "ResetFog",
+     .flow = kResetFog,
+     .url = "/isp?ChannelId=103",
+     .service = {"read 7@2 16 as allocated", "write 7@2 16"},
+     .commands = {"read 3213 client"}},
+    {.name = "ResetSpeed",
+     .flow = kResetSpeed,
+     .url = "/isp?ChannelId=5",
      .commands = {"read 3213 client", "write 3210 client"}},
-    {.name = "ResetBacklight", .flow = kResetBacklight, .url = "/isp?ChannelId=103",
-     .service = {"read 6@2 16", "write 6@2 16"}, .commands = {"read 3213 client"}},
+    {.name = "ResetBacklight",
+     .flow = kResetBacklight,
+     .url = "/isp?ChannelId=103",
+     .service = {"read 6@2 16", "write 6@2 16"},
+     .commands = {"read 3213 client"}},
 };
 
 class Exchanges : public Stages, public testing::WithParamInterface<ExchangeCase> {};
@@ -113,7 +134,9 @@ TEST_P(Exchanges, OfEachRequest)
     }
     for (const doubles::CmdSent& s : Control().sent) {
         commands.push_back((s.type == 0 ? "read " : "write ") + std::to_string(s.code) +
-                           (s.sock == &req.sock ? " sock" : s.sock == &clientSock ? " client" : " other"));
+                           (s.sock == &req.sock     ? " sock"
+                            : s.sock == &clientSock ? " client"
+                                                    : " other"));
         EXPECT_EQ(s.path, "/tmp/A");
         EXPECT_EQ(s.timeout, 0u);
         EXPECT_EQ(doubles::GetAt<uint64_t>(s.body.data(), 0), 101u);
@@ -264,7 +287,7 @@ struct FailureCase {
     AnyStage stage;  // the stages before it in its request run first
     Arm arm;
     int result;
-    const char* diag;                             // every diagnostic in order, split by '|'; "{}": the stage's name
+    const char* diag;                           // every diagnostic in order, split by '|'; "{}": the stage's name
     std::optional<Entry> entry = std::nullopt;  // the entry the stage writes, if any
 };
 
@@ -321,7 +344,9 @@ const FailureCase kFailures[] = {
     READ_FAILURES(RunGetIspIaasThermal, 2),
     READ_FAILURES(RunGetIspIaasCapability, 3),  // the record, the ability record, the block
     {.stage = STAGE(run, RunGetIspIaasCapability), .arm = Fail(Call::MemsetS, 2), .result = 1, .diag = kMemset},
-    {.stage = STAGE(run, RunGetIspIaasCapability), .arm = [](Request&) { Control().abilityFails = true; }, .result = 1,
+    {.stage = STAGE(run, RunGetIspIaasCapability),
+     .arm = [](Request&) { Control().abilityFails = true; },
+     .result = 1,
      .diag = "[KXAPI]:{}: get device ability failed"},
     {.stage = STAGE(preProc, PreProcPutIspIaasThermal), .arm = Fail(Call::Malloc), .result = 18, .diag = kMalloc},
     {.stage = STAGE(preProc, PreProcPutIspIaasThermal), .arm = SrvFails(), .result = 1, .diag = kReadRecv kGet},
@@ -335,52 +360,95 @@ const FailureCase kFailures[] = {
              static_cast<_ThermalInfo*>(r.Slot(1))->correctData.autoModeData.correctTime = 7;
              doubles::FailNth(Call::MemsetS, 1);
          },
-     .result = 1, .diag = kMemset},
+     .result = 1,
+     .diag = kMemset},
     {.stage = STAGE(preProc, PreProcPutIspIaasAfPlanePoint), .arm = Fail(Call::Malloc), .result = 18, .diag = kMalloc},
     {.stage = STAGE(preProc, PreProcPutIspIaasAfPlanePoint), .arm = SrvFails(), .result = 1, .diag = kReadRecv kGet},
     {.stage = STAGE(parse, ParsePutIspIaasAfPlanePoint), .arm = Fail(Call::Malloc), .result = 18, .diag = kMalloc},
     {.stage = STAGE(parse, ParsePutIspIaasAfPlanePoint), .arm = Fail(Call::MemsetS), .result = 1, .diag = kMemset},
     // The copy into the zero-filled record counts as a scratch copy.
-    {.stage = STAGE(parse, ParsePutIspIaasAfPlanePoint), .arm = Fail(Call::MemcpyS, 1, 54), .result = 0,
+    {.stage = STAGE(parse, ParsePutIspIaasAfPlanePoint),
+     .arm = Fail(Call::MemcpyS, 1, 54),
+     .result = 0,
      .diag = "[KXAPI]:[memcpy_s] expect Ret 0, actual Ret 54."},
     // Each step of the service exchange: a read, a write, and an untimed reset.
-    {.stage = STAGE(run, RunGetIspIaasFakeRatio), .arm = SrvFails(SrvStep::Open), .result = 1,
+    {.stage = STAGE(run, RunGetIspIaasFakeRatio),
+     .arm = SrvFails(SrvStep::Open),
+     .result = 1,
      .diag = "[KXAPI]:open /mnt/srvfs/isp.iaas.qtn srv fail, Error: 2, No such file or directory\n|" kGet},
-    {.stage = STAGE(run, RunGetIspIaasFakeRatio), .arm = SrvFails(SrvStep::New), .result = 1,
+    {.stage = STAGE(run, RunGetIspIaasFakeRatio),
+     .arm = SrvFails(SrvStep::New),
+     .result = 1,
      .diag = "[KXAPI]:wiro_message_new failed \n|" kGet},
-    {.stage = STAGE(run, RunGetIspIaasFakeRatio), .arm = SrvFails(SrvStep::HeaderSet), .result = 1,
+    {.stage = STAGE(run, RunGetIspIaasFakeRatio),
+     .arm = SrvFails(SrvStep::HeaderSet),
+     .result = 1,
      .diag = "[KXAPI]:wiro_header_set failed \n|" kGet},
-    {.stage = STAGE(run, RunGetIspIaasFakeRatio), .arm = SrvFails(SrvStep::Send), .result = 1,
+    {.stage = STAGE(run, RunGetIspIaasFakeRatio),
+     .arm = SrvFails(SrvStep::Send),
+     .result = 1,
      .diag = "[KXAPI]:wiro_message_sendfd_timeout failed,fd:9000,err:5,ret:-1\n|" kGet},
-    {.stage = STAGE(run, RunGetIspIaasFakeRatio), .arm = Answers(200, -1), .result = 1,
+    {.stage = STAGE(run, RunGetIspIaasFakeRatio),
+     .arm = Answers(200, -1),
+     .result = 1,
      .diag = "[KXAPI]:wiro_content_copy failed \n|" kGet},
     {.stage = STAGE(run, RunGetIspIaasFakeRatio), .arm = Answers(404, 0), .result = 1, .diag = kCode kGet},
-    {.stage = STAGE(run, RunPutIspIaasAfPlanePoint), .arm = SrvFails(SrvStep::New), .result = 1,
+    {.stage = STAGE(run, RunPutIspIaasAfPlanePoint),
+     .arm = SrvFails(SrvStep::New),
+     .result = 1,
      .diag = "[KXAPI]:new send msg failed \n|" kSet},
-    {.stage = STAGE(run, RunPutIspIaasAfPlanePoint), .arm = SrvFails(SrvStep::ContentAdd), .result = 1,
+    {.stage = STAGE(run, RunPutIspIaasAfPlanePoint),
+     .arm = SrvFails(SrvStep::ContentAdd),
+     .result = 1,
      .diag = "[KXAPI]:wiro_content_append failed \n|" kSet},
-    {.stage = STAGE(run, RunPutIspIaasAfPlanePoint), .arm = SrvFails(SrvStep::Send), .result = 1,
+    {.stage = STAGE(run, RunPutIspIaasAfPlanePoint),
+     .arm = SrvFails(SrvStep::Send),
+     .result = 1,
      .diag = "[KXAPI]:wiro_message_sendfd_timeout failed,fd:9001,err:5,ret:-1 \n|" kSet},
     {.stage = STAGE(run, RunPutIspIaasAfPlanePoint), .arm = SrvFails(), .result = 1, .diag = kWriteRecv kSet},
-    {.stage = STAGE(run, RunPutIspIaasAfPlanePoint), .arm = Answers(200, 1), .result = 1,
+    {.stage = STAGE(run, RunPutIspIaasAfPlanePoint),
+     .arm = Answers(200, 1),
+     .result = 1,
      .diag = "[KXAPI]:wiro_content_copy failed \n|" kSet},
     {.stage = STAGE(run, RunPutIspIaasAfPlanePoint), .arm = Answers(0, 0), .result = 1, .diag = kCode kSet},
-    {.stage = STAGE(run, RunPutIspIaasRestoreDefaultParams), .arm = SrvFails(SrvStep::Send), .result = 1,
-     .diag = "[KXAPI]:wiro_message_sendfd failed \n|" kReset, .entry = kRestoreFail},
-    {.stage = STAGE(run, RunPutIspIaasRestoreDefaultParams), .arm = SrvFails(), .result = 1,
-     .diag = "[KXAPI]:wiro_message_recvfd failed \n|" kReset, .entry = kRestoreFail},
-    {.stage = STAGE(run, RunPutIspIaasRestoreDefaultParams), .arm = WritesRefused(), .result = 1, .diag = kCode kReset,
+    {.stage = STAGE(run, RunPutIspIaasRestoreDefaultParams),
+     .arm = SrvFails(SrvStep::Send),
+     .result = 1,
+     .diag = "[KXAPI]:wiro_message_sendfd failed \n|" kReset,
      .entry = kRestoreFail},
-    {.stage = STAGE(run, RunPutIspIaasResetThermal), .arm = SrvFails(), .result = 1,
-     .diag = "[KXAPI]:wiro_message_recvfd failed \n|" kReset, .entry = kResetThermalFail},
+    {.stage = STAGE(run, RunPutIspIaasRestoreDefaultParams),
+     .arm = SrvFails(),
+     .result = 1,
+     .diag = "[KXAPI]:wiro_message_recvfd failed \n|" kReset,
+     .entry = kRestoreFail},
+    {.stage = STAGE(run, RunPutIspIaasRestoreDefaultParams),
+     .arm = WritesRefused(),
+     .result = 1,
+     .diag = kCode kReset,
+     .entry = kRestoreFail},
+    {.stage = STAGE(run, RunPutIspIaasResetThermal),
+     .arm = SrvFails(),
+     .result = 1,
+     .diag = "[KXAPI]:wiro_message_recvfd failed \n|" kReset,
+     .entry = kResetThermalFail},
     // The two resets name a failed message creation differently.
-    {.stage = STAGE(run, RunPutIspIaasRestoreDefaultParams), .arm = SrvFails(SrvStep::New), .result = 1,
-     .diag = "[KXAPI]:new send msg failed \n|" kReset, .entry = kRestoreFail},
-    {.stage = STAGE(run, RunPutIspIaasResetThermal), .arm = SrvFails(SrvStep::New), .result = 1,
-     .diag = "[KXAPI]:wiro_message_new failed \n|" kReset, .entry = kResetThermalFail},
-    {.stage = STAGE(parse, ParsePutIspIaasAEExpLock), .arm = Fail(Call::Calloc), .result = 18,
+    {.stage = STAGE(run, RunPutIspIaasRestoreDefaultParams),
+     .arm = SrvFails(SrvStep::New),
+     .result = 1,
+     .diag = "[KXAPI]:new send msg failed \n|" kReset,
+     .entry = kRestoreFail},
+    {.stage = STAGE(run, RunPutIspIaasResetThermal),
+     .arm = SrvFails(SrvStep::New),
+     .result = 1,
+     .diag = "[KXAPI]:wiro_message_new failed \n|" kReset,
+     .entry = kResetThermalFail},
+    {.stage = STAGE(parse, ParsePutIspIaasAEExpLock),
+     .arm = Fail(Call::Calloc),
+     .result = 18,
      .diag = "[KXAPI]:{}: calloc fail, response for req[PUT /isp?ChannelId=102]"},
-    {.stage = STAGE(run, RunPutIspIaasAEExpLock), .arm = SrvFails(), .result = 1,
+    {.stage = STAGE(run, RunPutIspIaasAEExpLock),
+     .arm = SrvFails(),
+     .result = 1,
      .diag = "[KXAPI]:wiro_message_recvfd failed \n|[KXAPI]:{}: CreateIspSrvData failed"},
     COMMAND_FAILURES(run, RunGetIspIaasAwb, 3231, 3232),
     COMMAND_FAILURES(preProc, PreProcPutIspIaasAwb, 3231, 3232),
@@ -388,16 +456,26 @@ const FailureCase kFailures[] = {
     COMMAND_FAILURES(run, RunGetIspIaasExtreColor, 3229, 3230),
     COMMAND_FAILURES(preProc, PreProcPutIspIaasExtreColor, 3229, 3230),
     COMMAND_FAILURES(run, RunPutIspIaasExtreColor, 3229, 3230),
-    {.stage = STAGE(run, RunGetIspIaasAwb), .arm = Fail(Call::Malloc), .result = 18,
+    {.stage = STAGE(run, RunGetIspIaasAwb),
+     .arm = Fail(Call::Malloc),
+     .result = 18,
      .diag = kTraced(3231, 3232) kMalloc},
-    {.stage = STAGE(preProc, PreProcPutIspIaasAwb), .arm = Fail(Call::Malloc), .result = 18,
+    {.stage = STAGE(preProc, PreProcPutIspIaasAwb),
+     .arm = Fail(Call::Malloc),
+     .result = 18,
      .diag = kTraced(3231, 3232) kMalloc},
-    {.stage = STAGE(preProc, PreProcPutIspIaasAwb), .arm = Fail(Call::MemcpyS), .result = 1,
+    {.stage = STAGE(preProc, PreProcPutIspIaasAwb),
+     .arm = Fail(Call::MemcpyS),
+     .result = 1,
      .diag = kTraced(3231, 3232) kMemcpy},
     {.stage = STAGE(parse, ParsePutIspIaasAwb), .arm = Fail(Call::Malloc), .result = 18, .diag = kMalloc},
-    {.stage = STAGE(run, RunGetIspIaasExtreColor), .arm = Fail(Call::Malloc), .result = 18,
+    {.stage = STAGE(run, RunGetIspIaasExtreColor),
+     .arm = Fail(Call::Malloc),
+     .result = 18,
      .diag = kTraced(3229, 3230) kMalloc},
-    {.stage = STAGE(preProc, PreProcPutIspIaasExtreColor), .arm = Fail(Call::MemcpyS), .result = 1,
+    {.stage = STAGE(preProc, PreProcPutIspIaasExtreColor),
+     .arm = Fail(Call::MemcpyS),
+     .result = 1,
      .diag = kTraced(3229, 3230) kMemcpy},
     CONFIG_FAILURES(RunPutIspIaasResetFogAdapt),
     ADAPT_BLOCK_FAILURES(RunPutIspIaasResetFogAdapt, kFogFail),
@@ -406,15 +484,24 @@ const FailureCase kFailures[] = {
     CONFIG_FAILURES(RunPutIspIaasResetSpeedAdapt),
     // The set command: not sent, the failure entry; refused, its Result
     // after the success entry.
-    {.stage = STAGE(run, RunPutIspIaasResetSpeedAdapt), .arm = Unsent(3210), .result = 1,
-     .diag = kTraced(3213, 3214) "[KXAPI]:Send SynUnixMsg for Getting cmd[3210] failed", .entry = kSpeedFail},
-    {.stage = STAGE(run, RunPutIspIaasResetSpeedAdapt), .arm = Refused(3210, 7), .result = 7,
+    {.stage = STAGE(run, RunPutIspIaasResetSpeedAdapt),
+     .arm = Unsent(3210),
+     .result = 1,
+     .diag = kTraced(3213, 3214) "[KXAPI]:Send SynUnixMsg for Getting cmd[3210] failed",
+     .entry = kSpeedFail},
+    {.stage = STAGE(run, RunPutIspIaasResetSpeedAdapt),
+     .arm = Refused(3210, 7),
+     .result = 7,
      .diag = kTraced(3213, 3214) "[KXAPI]:{}: " kHttpReq "sendCmd[3210] recvMsg[3211] Result[7]",
      .entry = kSpeedDone},
-    {.stage = STAGE(run, RunPutIspIaasResetFogAdapt), .arm = Fail(Call::Malloc), .result = 18,
+    {.stage = STAGE(run, RunPutIspIaasResetFogAdapt),
+     .arm = Fail(Call::Malloc),
+     .result = 18,
      .diag = kTraced(3213, 3214) kMalloc},
     // The command's reply, its body, then the block.
-    {.stage = STAGE(run, RunPutIspIaasResetBackLightAdapt), .arm = Fail(Call::MemsetS, 3), .result = 1,
+    {.stage = STAGE(run, RunPutIspIaasResetBackLightAdapt),
+     .arm = Fail(Call::MemsetS, 3),
+     .result = 1,
      .diag = kTraced(3213, 3214) kMemset},
 };
 
@@ -460,10 +547,11 @@ TEST_F(Stages, FailuresLeaveTheSlotsAsTheyWere)
 // Bytes of the current-settings record each PUT's PreProc hangs.
 size_t CurrentSize(const Flow& flow)
 {
-    return flow.preProc == kAwbPut.preProc ? at::kAwbPayload
-         : flow.preProc == kExtrePut.preProc ? at::kExtrePayload
-         : flow.preProc == kAfPlanePut.preProc ? at::kAfBlock
-         : flow.preProc == kThermalPut.preProc ? at::kThermalBlock : 0;
+    return flow.preProc == kAwbPut.preProc       ? at::kAwbPayload
+           : flow.preProc == kExtrePut.preProc   ? at::kExtrePayload
+           : flow.preProc == kAfPlanePut.preProc ? at::kAfBlock
+           : flow.preProc == kThermalPut.preProc ? at::kThermalBlock
+                                                 : 0;
 }
 
 // A body the Parse stage cannot take (the codec refuses each JSON type in
@@ -473,12 +561,20 @@ TEST_F(Stages, RefusedBodiesChangeNothing)
 {
     const std::string t256(256, '1');
     const std::pair<Flow, std::string> cases[] = {
-        {kAwbPut, R"({"regionAwbAttr": {"roiWeightArray": 1}})"}, {kAwbPut, "{"},
+        {kAwbPut, R"({"regionAwbAttr": {"roiWeightArray": 1}})"},
+        {kAwbPut, "{"},
         {kAwbPut, R"({"regionAwbAttr": {"roiWeightArray": ")" + t256 + R"("}})"},
-        {kExtrePut, R"({"fusionStrength": "7"})"}, {kExtrePut, "fusionStrength"},
-        {kLock, R"({"enable": "true"})"}, {kLock, R"({"enable": [1]})"}, {kLock, R"({"enable": {}})"}, {kLock, "enable"},
-        {kAfPlanePut, R"({"enable": "yes"})"}, {kAfPlanePut, R"({"planePoints": {}})"}, {kAfPlanePut, ""},
-        {kAfPlanePut, R"({"planePoints": [{"planePointY": "1"}]})"}, {kThermalPut, "null"},
+        {kExtrePut, R"({"fusionStrength": "7"})"},
+        {kExtrePut, "fusionStrength"},
+        {kLock, R"({"enable": "true"})"},
+        {kLock, R"({"enable": [1]})"},
+        {kLock, R"({"enable": {}})"},
+        {kLock, "enable"},
+        {kAfPlanePut, R"({"enable": "yes"})"},
+        {kAfPlanePut, R"({"planePoints": {}})"},
+        {kAfPlanePut, ""},
+        {kAfPlanePut, R"({"planePoints": [{"planePointY": "1"}]})"},
+        {kThermalPut, "null"},
         {kThermalPut, R"({"basicData": {"contrast": "x"}})"},
         {kThermalPut, R"({"correctData": {"autoModeData": {"correctTime": "00:30"}}})"},
     };
@@ -487,7 +583,8 @@ TEST_F(Stages, RefusedBodiesChangeNothing)
         Request req("PUT", kUrl, body.c_str());
         ASSERT_EQ(flow.preProc == nullptr || flow.preProc(&req.header, &req.sock, &req.ctx) == 0, true);
         const size_t size = CurrentSize(flow);
-        const std::vector<uint8_t> current(static_cast<uint8_t*>(req.Slot(0)), static_cast<uint8_t*>(req.Slot(0)) + size);
+        const std::vector<uint8_t> current(static_cast<uint8_t*>(req.Slot(0)),
+                                           static_cast<uint8_t*>(req.Slot(0)) + size);
         doubles::ClearLogs();
         const doubles::Outcome o = doubles::Perform({.parse = flow.parse, .run = flow.run, .format = flow.format}, req);
         EXPECT_EQ(o.result, 4) << body;
@@ -497,9 +594,11 @@ TEST_F(Stages, RefusedBodiesChangeNothing)
         EXPECT_EQ(Diags().back().text.find("[KXAPI]:ParsePutIspIaas"), 0u) << body;
         EXPECT_EQ(req.Slot(1), nullptr) << body;
         EXPECT_EQ(std::vector<uint8_t>(static_cast<uint8_t*>(req.Slot(0)), static_cast<uint8_t*>(req.Slot(0)) + size),
-                  current) << body;
+                  current)
+            << body;
         EXPECT_EQ(Control().sent.size(), size_t{flow.preProc == kAwbPut.preProc || flow.preProc == kExtrePut.preProc});
-        EXPECT_EQ(Isp().requests.size(), size_t{flow.preProc == kAfPlanePut.preProc || flow.preProc == kThermalPut.preProc});
+        EXPECT_EQ(Isp().requests.size(),
+                  size_t{flow.preProc == kAfPlanePut.preProc || flow.preProc == kThermalPut.preProc});
         EXPECT_TRUE(doubles::OpLogs().empty()) << body;
         EXPECT_EQ(req.Response(), "") << body;
     }

@@ -22,19 +22,27 @@ inline const Flow kFakeRatio{.run = RunGetIspIaasFakeRatio, .format = FormatGetI
 inline const Flow kCapability{.run = RunGetIspIaasCapability, .format = FormatGetIspIaasCapability};
 inline const Flow kAfStatus{.run = RunGetIspIaasAfStatus, .format = FormatGetIspIaasAfStatus};
 inline const Flow kAfPlaneGet{.run = RunGetIspIaasAfPlanePoint, .format = FormatGetIspIaasAfPlanePoint};
-inline const Flow kAfPlanePut{.preProc = PreProcPutIspIaasAfPlanePoint, .parse = ParsePutIspIaasAfPlanePoint,
-                              .run = RunPutIspIaasAfPlanePoint, .format = FormatPutIspIaasAfPlanePoint};
+inline const Flow kAfPlanePut{.preProc = PreProcPutIspIaasAfPlanePoint,
+                              .parse = ParsePutIspIaasAfPlanePoint,
+                              .run = RunPutIspIaasAfPlanePoint,
+                              .format = FormatPutIspIaasAfPlanePoint};
 inline const Flow kAwbGet{.run = RunGetIspIaasAwb, .format = FormatGetIspIaasAwb};
-inline const Flow kAwbPut{.preProc = PreProcPutIspIaasAwb, .parse = ParsePutIspIaasAwb,
-                          .run = RunPutIspIaasAwb, .format = FormatPutIspIaasAwb};
+inline const Flow kAwbPut{.preProc = PreProcPutIspIaasAwb,
+                          .parse = ParsePutIspIaasAwb,
+                          .run = RunPutIspIaasAwb,
+                          .format = FormatPutIspIaasAwb};
 inline const Flow kExtreGet{.run = RunGetIspIaasExtreColor, .format = FormatGetIspIaasExtreColor};
-inline const Flow kExtrePut{.preProc = PreProcPutIspIaasExtreColor, .parse = ParsePutIspIaasExtreColor,
-                            .run = RunPutIspIaasExtreColor, .format = FormatPutIspIaasExtreColor};
-inline const Flow kLock{.parse = ParsePutIspIaasAEExpLock, .run = RunPutIspIaasAEExpLock,
-                        .format = FormatPutIspIaasAEExpLock};
+inline const Flow kExtrePut{.preProc = PreProcPutIspIaasExtreColor,
+                            .parse = ParsePutIspIaasExtreColor,
+                            .run = RunPutIspIaasExtreColor,
+                            .format = FormatPutIspIaasExtreColor};
+inline const Flow kLock{
+    .parse = ParsePutIspIaasAEExpLock, .run = RunPutIspIaasAEExpLock, .format = FormatPutIspIaasAEExpLock};
 inline const Flow kThermalGet{.run = RunGetIspIaasThermal, .format = FormatGetIspIaasThermal};
-inline const Flow kThermalPut{.preProc = PreProcPutIspIaasThermal, .parse = ParsePutIspIaasThermal,
-                              .run = RunPutIspIaasThermal, .format = FormatPutIspIaasThermal};
+inline const Flow kThermalPut{.preProc = PreProcPutIspIaasThermal,
+                              .parse = ParsePutIspIaasThermal,
+                              .run = RunPutIspIaasThermal,
+                              .format = FormatPutIspIaasThermal};
 inline const Flow kRestore{.run = RunPutIspIaasRestoreDefaultParams};
 inline const Flow kResetThermal{.run = RunPutIspIaasResetThermal};
 inline const Flow kResetFog{.run = RunPutIspIaasResetFogAdapt};
@@ -42,13 +50,23 @@ inline const Flow kResetSpeed{.run = RunPutIspIaasResetSpeedAdapt};
 inline const Flow kResetBacklight{.run = RunPutIspIaasResetBackLightAdapt};
 
 // Every request of every resource, in the order above.
-inline const std::pair<const char*, Flow> kEveryRequest[] = {
-    {"FakeRatio", kFakeRatio},   {"Capability", kCapability},     {"AfStatus", kAfStatus},
-    {"AfPlaneGet", kAfPlaneGet}, {"AfPlanePut", kAfPlanePut},     {"AwbGet", kAwbGet},
-    {"AwbPut", kAwbPut},         {"ExtreGet", kExtreGet},         {"ExtrePut", kExtrePut},
-    {"Lock", kLock},             {"ThermalGet", kThermalGet},     {"ThermalPut", kThermalPut},
-    {"Restore", kRestore},       {"ResetThermal", kResetThermal}, {"ResetFog", kResetFog},
-    {"ResetSpeed", kResetSpeed}, {"ResetBacklight", kResetBacklight}};
+inline const std::pair<const char*, Flow> kEveryRequest[] = {{"FakeRatio", kFakeRatio},
+                                                             {"Capability", kCapability},
+                                                             {"AfStatus", kAfStatus},
+                                                             {"AfPlaneGet", kAfPlaneGet},
+                                                             {"AfPlanePut", kAfPlanePut},
+                                                             {"AwbGet", kAwbGet},
+                                                             {"AwbPut", kAwbPut},
+                                                             {"ExtreGet", kExtreGet},
+                                                             {"ExtrePut", kExtrePut},
+                                                             {"Lock", kLock},
+                                                             {"ThermalGet", kThermalGet},
+                                                             {"ThermalPut", kThermalPut},
+                                                             {"Restore", kRestore},
+                                                             {"ResetThermal", kResetThermal},
+                                                             {"ResetFog", kResetFog},
+                                                             {"ResetSpeed", kResetSpeed},
+                                                             {"ResetBacklight", kResetBacklight}};
 
 // The operation-log identity of every request.
 inline const std::string kWho = "admin[192.0.2.7:1099511627783] ";
@@ -106,11 +124,11 @@ constexpr size_t kCmdParams = 8, kAwbText = 256, kAwbPayload = 264, kExtrePayloa
 // The thermal words in record order, and the same words as the service block
 // keeps them, with a set reserved word.
 using ThermalWords = std::array<uint32_t, 24>;
-inline const ThermalWords kThermal = {3000000000u, 3000000001u, 3000000002u, 3000000003u, uint32_t(-104),
-                                      3000000005u, 3000000006u, 3000000007u, 3000000008u, uint32_t(-109),
-                                      3000000010u, uint32_t(-111), uint32_t(-112), uint32_t(-113), uint32_t(-114),
+inline const ThermalWords kThermal = {3000000000u,    3000000001u,    3000000002u,    3000000003u,    uint32_t(-104),
+                                      3000000005u,    3000000006u,    3000000007u,    3000000008u,    uint32_t(-109),
+                                      3000000010u,    uint32_t(-111), uint32_t(-112), uint32_t(-113), uint32_t(-114),
                                       uint32_t(-115), uint32_t(-116), uint32_t(-117), uint32_t(-118), 3000000019u,
-                                      3000000020u, uint32_t(-121), 3000000022u, 3000000023u};
+                                      3000000020u,    uint32_t(-121), 3000000022u,    3000000023u};
 inline std::vector<uint8_t> ThermalBlock(const ThermalWords& words)
 {
     std::vector<uint8_t> block(at::kThermalBlock);
@@ -225,8 +243,8 @@ inline std::string Escaped(const std::string& text)
 // The status envelope as the response carries it.
 inline std::string Envelope(const std::string& url, int code, const std::string& text)
 {
-    return R"({ "ResponseStatus": { "RequestURL": ")" + Escaped(url) + R"(", "StatusCode": )" +
-           std::to_string(code) + R"(, "StatusString": ")" + text + R"(" } })";
+    return R"({ "ResponseStatus": { "RequestURL": ")" + Escaped(url) + R"(", "StatusCode": )" + std::to_string(code) +
+           R"(, "StatusString": ")" + text + R"(" } })";
 }
 
 // The request that every resource test sends unless it says otherwise: a

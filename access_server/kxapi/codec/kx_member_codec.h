@@ -76,8 +76,7 @@ struct MemberGroup {
 
 /* A coder for `m` under `key`, with its owner and type taken from `m`. */
 template <class Owner, class T>
-constexpr MemberCoder<Owner, T, NullAlloc, NullDealloc> member(T Owner::*m, const char* key,
-                                                               int kind = KX_KIND_VALUE)
+constexpr MemberCoder<Owner, T, NullAlloc, NullDealloc> member(T Owner::*m, const char* key, int kind = KX_KIND_VALUE)
 {
     return MemberCoder<Owner, T, NullAlloc, NullDealloc>(m, key, kind);
 }
@@ -266,8 +265,8 @@ int decode_kind(json_object* value, int kind, T& out)
                 return -1;
             }
             long long converted = 0;
-            const int rc = kind == KX_KIND_CLOCK ? kx_clock_from_text(text, &converted)
-                                                 : kx_datetime_from_text(text, &converted);
+            const int rc =
+                kind == KX_KIND_CLOCK ? kx_clock_from_text(text, &converted) : kx_datetime_from_text(text, &converted);
             std::free(text);
             if (rc != 0) {
                 return -1;

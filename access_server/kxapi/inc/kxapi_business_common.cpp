@@ -8,7 +8,8 @@ using StatusStringCoder = MemberCoder<KXAPI_RESPONSE_STATUS, char[128], NullAllo
 template <>
 json_object* jsonEncoder<KXAPI_RESPONSE>::encode_nulldata(KXAPI_RESPONSE const& envelope, void* /*unused*/)
 {
-    json_object* root = json_encode_obj(envelope, ResponseStatusCoder(&KXAPI_RESPONSE::ResponseStatus, "ResponseStatus"));
+    json_object* root =
+        json_encode_obj(envelope, ResponseStatusCoder(&KXAPI_RESPONSE::ResponseStatus, "ResponseStatus"));
     if (root != nullptr && cJSON_GetObjectItem(root, "ResponseStatus") == nullptr) {
         cJSON_Delete(root);
         return nullptr;
@@ -18,6 +19,7 @@ json_object* jsonEncoder<KXAPI_RESPONSE>::encode_nulldata(KXAPI_RESPONSE const& 
 
 template KXAPI_EXPORT char* json_encode<KXAPI_RESPONSE>(KXAPI_RESPONSE const&);
 template KXAPI_EXPORT json_object* json_encode_obj<KXAPI_RESPONSE, ResponseStatusCoder>(KXAPI_RESPONSE const&,
-                                                                                         ResponseStatusCoder);
-template KXAPI_EXPORT int json_encode_member<KXAPI_RESPONSE_STATUS, long long, NullAlloc, NullDealloc, StatusStringCoder>(
-    KXAPI_RESPONSE_STATUS const&, json_object*, StatusCodeCoder const&, StatusStringCoder);
+                                                                                        ResponseStatusCoder);
+template KXAPI_EXPORT int json_encode_member<KXAPI_RESPONSE_STATUS, long long, NullAlloc, NullDealloc,
+                                             StatusStringCoder>(KXAPI_RESPONSE_STATUS const&, json_object*,
+                                                                StatusCodeCoder const&, StatusStringCoder);

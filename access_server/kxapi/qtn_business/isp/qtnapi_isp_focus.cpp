@@ -68,8 +68,7 @@ constexpr IspResource<_IspAbility> kCapability = {
             "%s[%s:%llu] 获取图像能力集参数成功. 亮度最小值:%lld, 亮度最大值:%lld, 锐化最小值:%lld, 锐化最大值:%lld, "
             "色度最小值:%lld, 色度最大值:%lld, 对比度最小值:%lld, 对比度最大值:%lld, 饱和度最小值:%lld, "
             "饱和度最大值:%lld, sensor水平尺寸:%lf, sensor垂直尺寸:%lf.",
-            "%s[%s:%llu] Get ISP Capability Fail.",
-            "%s[%s:%llu] 获取图像能力集参数失败."},
+            "%s[%s:%llu] Get ISP Capability Fail.", "%s[%s:%llu] 获取图像能力集参数失败."},
     .logValues = LogCapability,
 };
 
@@ -96,8 +95,7 @@ constexpr IspResource<_AfStatusInfo> kAfStatus = {
             ",calibrateState:%u.",
             "%s[%s:%llu] 获取图像自动聚焦状态参数成功. 水平视场角: %lf, 垂直视场角:%lf, 当前倍率:%lf, "
             "聚焦标定状态:%u.",
-            "%s[%s:%llu] Get ISP Af Status Param Fail.",
-            "%s[%s:%llu] 获取图像自动聚焦状态参数失败."},
+            "%s[%s:%llu] Get ISP Af Status Param Fail.", "%s[%s:%llu] 获取图像自动聚焦状态参数失败."},
     .logValues = LogAfStatus,
 };
 
@@ -109,10 +107,10 @@ constexpr IspResource<_AfStatusInfo> kAfStatus = {
 // ChannelId - 101.
 constexpr IspBlock kAfPlaneBlock = {ISP_CMD_AF, kIspChannelOfRequest, AF_BLOCK_SIZE};
 
-#define AF_PLANE_VALUES_EN                                                                                      \
+#define AF_PLANE_VALUES_EN                                                                                    \
     "Enable:%d, pointMax: %u, point1_x:%u, point1_y:%u, point2_x:%u, point2_y:%u, point3_x:%u, point3_y:%u, " \
     "point4_x:%u, point4_y:%u."
-#define AF_PLANE_VALUES_CN                                                                                   \
+#define AF_PLANE_VALUES_CN                                                                                                    \
     "使能:%d, 点数: %u, 点1x坐标:%u, 点1y坐标:%u, 点2x坐标:%u, 点2y坐标:%u, 点3x坐标:%u, 点3y坐标:%u, " \
     "点4x坐标:%u, 点4y坐标:%u."
 
@@ -120,8 +118,8 @@ void LogAfPlaneValues(const IspStage& stage, const char* en, const char* cn, int
                       const _AfCalibratePointAttr& plane)
 {
     const _AfPlanePoint* p = plane.planePoints;
-    stage.OpLog(en, cn, enable, plane.PointMax, p[0].planePointX, p[0].planePointY, p[1].planePointX,
-                p[1].planePointY, p[2].planePointX, p[2].planePointY, p[3].planePointX, p[3].planePointY);
+    stage.OpLog(en, cn, enable, plane.PointMax, p[0].planePointX, p[0].planePointY, p[1].planePointX, p[1].planePointY,
+                p[2].planePointX, p[2].planePointY, p[3].planePointX, p[3].planePointY);
 }
 
 void LogAfPlane(const IspStage& stage, const char* en, const char* cn, const _AfCalibratePointAttr& plane)
@@ -134,8 +132,7 @@ constexpr IspResource<_AfCalibratePointAttr> kAfPlane = {
     .fromBlock = [](const uint8_t* block, _AfCalibratePointAttr& plane) { plane = AfPlaneFromBlock(block); },
     .get = {"%s[%s:%llu] Get ISP Af PlanePoint Param Successfully. " AF_PLANE_VALUES_EN,
             "%s[%s:%llu] 获取图像自动聚焦平面标定点参数成功. " AF_PLANE_VALUES_CN,
-            "%s[%s:%llu] Get ISP Af PlanePoint Param Fail.",
-            "%s[%s:%llu] 获取图像自动聚焦平面标定点参数失败."},
+            "%s[%s:%llu] Get ISP Af PlanePoint Param Fail.", "%s[%s:%llu] 获取图像自动聚焦平面标定点参数失败."},
     .logValues = LogAfPlane,
 };
 
@@ -204,14 +201,13 @@ KXAPI_STAGE int FormatGetIspIaasCapability(tagHTTP_HEADER_S* header, VW_RESULT_T
 
 // ---- Autofocus status ----
 
-KXAPI_STAGE int RunGetIspIaasAfStatus(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
-                                      tagHTTP_CNTENT_INTER_S* ctIn)
+KXAPI_STAGE int RunGetIspIaasAfStatus(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client, tagHTTP_CNTENT_INTER_S* ctIn)
 {
     return IspRunGet<kAfStatus>(__func__, header, client, ctIn);
 }
 
-KXAPI_STAGE int FormatGetIspIaasAfStatus(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
-                                         tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf)
+KXAPI_STAGE int FormatGetIspIaasAfStatus(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, tagHTTP_CNTENT_INTER_S* ctIn,
+                                         tagHTTP_BUF_S* buf)
 {
     return IspFormatGet<kAfStatus>(__func__, header, result, ctIn, buf);
 }
@@ -307,14 +303,15 @@ KXAPI_STAGE int FormatPutIspIaasAfPlanePoint(tagHTTP_HEADER_S* header, VW_RESULT
 // ---- Exported codec and response instances of the focus and capability records ----
 
 using PointMaxCoder = MemberCoder<_AfCalibratePointAttr, unsigned int, NullAlloc, NullDealloc>;
-using PlanePointsCoder = MemberCoder<_AfCalibratePointAttr, _AfPlanePoint[AF_PLANE_POINT_COUNT], NullAlloc, NullDealloc>;
+using PlanePointsCoder =
+    MemberCoder<_AfCalibratePointAttr, _AfPlanePoint[AF_PLANE_POINT_COUNT], NullAlloc, NullDealloc>;
 
 using RangeCoder = MemberCoder<_BasicInfo, _ParaRange, NullAlloc, NullDealloc>;
 using ScaleCoder = MemberCoder<_SensorInfo, _SensorScale, NullAlloc, NullDealloc>;
 
 template KXAPI_EXPORT char* json_encode<_IspAbility>(_IspAbility const&);
-template KXAPI_EXPORT int FormatCommonResponse<_IspAbility>(tagHTTP_HEADER_S*, VW_RESULT_TYPE,
-                                                            tagHTTP_CNTENT_INTER_S*, tagHTTP_BUF_S*);
+template KXAPI_EXPORT int FormatCommonResponse<_IspAbility>(tagHTTP_HEADER_S*, VW_RESULT_TYPE, tagHTTP_CNTENT_INTER_S*,
+                                                            tagHTTP_BUF_S*);
 template KXAPI_EXPORT int RangeCoder::encode(_BasicInfo const&, json_object*) const;
 template KXAPI_EXPORT json_object* json_encode_obj<_SensorInfo, ScaleCoder>(_SensorInfo const&, ScaleCoder);
 template KXAPI_EXPORT char* json_encode<_AfStatusInfo>(_AfStatusInfo const&);

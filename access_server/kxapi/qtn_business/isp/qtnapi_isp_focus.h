@@ -162,10 +162,9 @@ KXAPI_STAGE int RunGetIspIaasCapability(tagHTTP_HEADER_S* header, tagHTTP_CLIENT
 KXAPI_STAGE int FormatGetIspIaasCapability(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
                                            tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf);
 
-KXAPI_STAGE int RunGetIspIaasAfStatus(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
-                                      tagHTTP_CNTENT_INTER_S* ctIn);
-KXAPI_STAGE int FormatGetIspIaasAfStatus(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
-                                         tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf);
+KXAPI_STAGE int RunGetIspIaasAfStatus(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client, tagHTTP_CNTENT_INTER_S* ctIn);
+KXAPI_STAGE int FormatGetIspIaasAfStatus(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, tagHTTP_CNTENT_INTER_S* ctIn,
+                                         tagHTTP_BUF_S* buf);
 
 KXAPI_STAGE int RunGetIspIaasAfPlanePoint(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
                                           tagHTTP_CNTENT_INTER_S* ctIn);

@@ -11,10 +11,8 @@ constexpr IspResource<> kRestore = {
     .channelRule = IspChannelRule::Unread,
     .block = {ISP_CMD_RESTORE_DEFAULTS, kIspNoChannel, 0},
     .reset = {ISP_OP_WRITE, IspNewText::SendMsg},
-    .put = {"%s[%s:%llu] Restore ISP Default Param Successfully. ",
-            "%s[%s:%llu] ISP恢复默认参数成功. ",
-            "%s[%s:%llu] Restore ISP Default Param Fail.",
-            "%s[%s:%llu] ISP恢复默认参数失败."},
+    .put = {"%s[%s:%llu] Restore ISP Default Param Successfully. ", "%s[%s:%llu] ISP恢复默认参数成功. ",
+            "%s[%s:%llu] Restore ISP Default Param Fail.", "%s[%s:%llu] ISP恢复默认参数失败."},
 };
 
 // Only the thermal channel.
@@ -22,38 +20,30 @@ constexpr IspResource<> kResetThermal = {
     .channelRule = IspChannelRule::ThermalOnly,
     .block = {ISP_CMD_THERMAL, IspFixedChannel(THERMAL_RESET_CHANNEL), 0},
     .reset = {ISP_OP_RESET, IspNewText::MessageNew},
-    .put = {"%s[%s:%llu] Reset ISP Thermal Param Successfully. ",
-            "%s[%s:%llu] ISP热成像重置成功. ",
-            "%s[%s:%llu] Reset ISP Thermal Param Fail.",
-            "%s[%s:%llu] ISP热成像重置失败."},
+    .put = {"%s[%s:%llu] Reset ISP Thermal Param Successfully. ", "%s[%s:%llu] ISP热成像重置成功. ",
+            "%s[%s:%llu] Reset ISP Thermal Param Fail.", "%s[%s:%llu] ISP热成像重置失败."},
 };
 
 // The fog block's first word takes the configured fog value.
 constexpr IspResource<> kFog = {
     .block = {ISP_CMD_FOG_ADAPT, kIspChannelOfRequest, ADAPT_BLOCK_SIZE},
-    .put = {"%s[%s:%llu] Reset ISP Fog Adapt Param Successfully. ",
-            "%s[%s:%llu] ISP透雾自适应重置成功. ",
-            "%s[%s:%llu] Reset ISP Fog Adapt Param Fail.",
-            "%s[%s:%llu] ISP透气自适应重置失败."},
+    .put = {"%s[%s:%llu] Reset ISP Fog Adapt Param Successfully. ", "%s[%s:%llu] ISP透雾自适应重置成功. ",
+            "%s[%s:%llu] Reset ISP Fog Adapt Param Fail.", "%s[%s:%llu] ISP透气自适应重置失败."},
 };
 
 // The configured speed value goes back with the set command.
 constexpr IspResource<> kSpeed = {
     .command = {VW_CMD_SPEED_ADAPT_SET, 0},
-    .put = {"%s[%s:%llu] Reset ISP Speed Adapt Param Successfully. ",
-            "%s[%s:%llu] ISP速度（拖影）自适应重置成功. ",
-            "%s[%s:%llu] Reset ISP Speed Adapt Param Fail.",
-            "%s[%s:%llu] ISP速度（拖影）自适应重置失败."},
+    .put = {"%s[%s:%llu] Reset ISP Speed Adapt Param Successfully. ", "%s[%s:%llu] ISP速度（拖影）自适应重置成功. ",
+            "%s[%s:%llu] Reset ISP Speed Adapt Param Fail.", "%s[%s:%llu] ISP速度（拖影）自适应重置失败."},
 };
 
 // The backlight flag sets the block's state word to 3; a clear flag turns a
 // 3 into 0 and leaves any other state as it is.
 constexpr IspResource<> kBacklight = {
     .block = {ISP_CMD_BACKLIGHT_ADAPT, kIspChannelOfRequest, ADAPT_BLOCK_SIZE},
-    .put = {"%s[%s:%llu] Reset ISP Backlight Adapt Param Successfully. ",
-            "%s[%s:%llu] ISP背光自适应重置成功. ",
-            "%s[%s:%llu] Reset ISP Backlight Adapt Param Fail.",
-            "%s[%s:%llu] ISP背光自适应重置失败."},
+    .put = {"%s[%s:%llu] Reset ISP Backlight Adapt Param Successfully. ", "%s[%s:%llu] ISP背光自适应重置成功. ",
+            "%s[%s:%llu] Reset ISP Backlight Adapt Param Fail.", "%s[%s:%llu] ISP背光自适应重置失败."},
 };
 
 // The entry of the reset or write itself, success or failure.

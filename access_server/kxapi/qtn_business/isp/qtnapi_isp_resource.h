@@ -100,8 +100,8 @@ using IspRecordOf = typename std::remove_cvref_t<decltype(R)>::Record;
 template <const auto& R>
 int IspCommandRead(const IspStage& stage, IspCmd& cmd, tagUNIX_SOCKET_S* sock, IspWhere where)
 {
-    return stage.Exchange(cmd, VW_MSG_READ, R.command.code, sock, R.channelRule, [](uint8_t*) { return VW_SUCCESS; },
-                          where);
+    return stage.Exchange(
+        cmd, VW_MSG_READ, R.command.code, sock, R.channelRule, [](uint8_t*) { return VW_SUCCESS; }, where);
 }
 
 /* The Run stage of a GET: reads the settings into a new record and hangs it

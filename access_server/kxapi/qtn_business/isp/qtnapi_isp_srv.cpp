@@ -97,7 +97,7 @@ int IspSrvExchange(const IspExchange& x)
     wiro_message_t* msg = wiro_message_new(0);
     if (msg == nullptr) {
         ISP_DIAG(KXAPI_LOG_ERROR, x.newText == IspNewText::SendMsg ? "[KXAPI]:new send msg failed \n"
-                                                                    : "[KXAPI]:wiro_message_new failed \n");
+                                                                   : "[KXAPI]:wiro_message_new failed \n");
         close(fd);
         return -1;
     }

@@ -122,7 +122,8 @@ std::optional<int> IspStage::Send(IspCmd& cmd, VW_MSG_TYPE type, VW_CMD_TYPE cod
                                   IspWhere where) const
 {
     if (RestSendSynUnixMsg(ISP_CMD_PATH, type, code, &cmd.body, sock, &cmd.reply, 0) != 0) {
-        ISP_LOG_AT(KXAPI_LOG_ERROR, where, "[KXAPI]:Send SynUnixMsg for Getting cmd[%d] failed", static_cast<int>(code));
+        ISP_LOG_AT(KXAPI_LOG_ERROR, where, "[KXAPI]:Send SynUnixMsg for Getting cmd[%d] failed",
+                   static_cast<int>(code));
         return std::nullopt;
     }
     const int result = IspBlockGet<int32_t>(cmd.reply.aucData, ISP_REPLY_RESULT);

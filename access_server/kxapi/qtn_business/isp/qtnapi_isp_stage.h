@@ -209,8 +209,7 @@ public:
     bool SrvReset(unsigned command, uint8_t op, const uint32_t* channel, IspNewText newText,
                   IspWhere where = IspWhere::current()) const
     {
-        return Served(ResetIspSrvData(command, op, channel, newText) == 0, "[KXAPI]:%s: ResetIspSrvData failed",
-                      where);
+        return Served(ResetIspSrvData(command, op, channel, newText) == 0, "[KXAPI]:%s: ResetIspSrvData failed", where);
     }
 
     /* Sends the command in `cmd` and writes the trace line; the reply's

@@ -59,16 +59,16 @@ void ThermalToBlock(const _ThermalInfo& info, uint8_t* block)
 
 namespace {
 
-#define THERMAL_VALUES_EN                                                                                             \
-    "BlindPointX:%u, BlindPointY:%u, BlindOperation:%u, CorrectionMode:%u,AutoCorrectionEnable:%d, "                  \
-    "AutoCorrectionTime:%u, AutoCorrectionTemp:%u, Brightness:%u,Contrast:%u, DetailEnhanceEnable:%d, "               \
-    "FakeColorMode:%d, ColorBarShow:%d,WhiteHot_HighRangeEnable:%d, WhiteHot_MidRangeEnable:%d,"                      \
-    "WhiteHot_LowRangeEnable:%d, WhiteHot_HighMin:%d,WhiteHot_MidMax:%d, WhiteHot_MidMin:%d,WhiteHot_LowMax:%d, "     \
+#define THERMAL_VALUES_EN                                                                                         \
+    "BlindPointX:%u, BlindPointY:%u, BlindOperation:%u, CorrectionMode:%u,AutoCorrectionEnable:%d, "              \
+    "AutoCorrectionTime:%u, AutoCorrectionTemp:%u, Brightness:%u,Contrast:%u, DetailEnhanceEnable:%d, "           \
+    "FakeColorMode:%d, ColorBarShow:%d,WhiteHot_HighRangeEnable:%d, WhiteHot_MidRangeEnable:%d,"                  \
+    "WhiteHot_LowRangeEnable:%d, WhiteHot_HighMin:%d,WhiteHot_MidMax:%d, WhiteHot_MidMin:%d,WhiteHot_LowMax:%d, " \
     "AfMode:%u, AfCtrlMode:%u, AfTempAdaptEnable:%d, AfSpeed:%u, AfTemp:%u."
-#define THERMAL_VALUES_CN                                                                                             \
-    "盲元坐标x:%u, 盲元坐标y:%u, 盲元操作:%u, 校正模式:%u,自动非均匀性校正使能:%d, 自动校正时间:%u, "               \
-    "自动校正温度:%u, 亮度:%u,色度:%u, 细节增强使能:%d, 伪彩模式:%d, 彩条使能:%d,白热模式高范围使能:%d, "          \
-    "白热模式中范围使能:%d,白热模式低范围使能:%d, 高范围最小值:%d,中范围最大值:%d, 中范围最小值:%d,"               \
+#define THERMAL_VALUES_CN                                                                                                                  \
+    "盲元坐标x:%u, 盲元坐标y:%u, 盲元操作:%u, 校正模式:%u,自动非均匀性校正使能:%d, 自动校正时间:%u, "      \
+    "自动校正温度:%u, 亮度:%u,色度:%u, 细节增强使能:%d, 伪彩模式:%d, 彩条使能:%d,白热模式高范围使能:%d, " \
+    "白热模式中范围使能:%d,白热模式低范围使能:%d, 高范围最小值:%d,中范围最大值:%d, 中范围最小值:%d,"   \
     "低范围最大值:%d, 聚焦模式:%u, 聚焦控制模式:%u, 温度自适应使能:%d, 聚焦速度:%u, 聚焦温度:%u."
 
 // The 24 words in record order, each passed as the texts print it.
@@ -79,11 +79,11 @@ void LogThermal(const IspStage& stage, const char* english, const char* chinese,
     const _ColorInfo& color = r.fakeColorData;
     const _WhiteMode& white = color.whiteHotModeData;
     const _TempAfInfo& af = r.thermalAfData;
-    stage.OpLog(english, chinese, r.pointX, r.pointY, r.blindOperation, r.correctData.correctOperation,
-                autoMode.enable, autoMode.correctTime, autoMode.correctTemperature, basic.brightness, basic.contrast,
-                basic.detailEnhace, static_cast<int>(color.colorMode), color.colorBar, white.highRange,
-                white.midRange, white.lowRange, white.highMin, white.midMax, white.midMin, white.lowMax, af.afMode,
-                af.ctrlOperation, af.tempAdapt, af.afSpeed, af.compensateTemp);
+    stage.OpLog(english, chinese, r.pointX, r.pointY, r.blindOperation, r.correctData.correctOperation, autoMode.enable,
+                autoMode.correctTime, autoMode.correctTemperature, basic.brightness, basic.contrast, basic.detailEnhace,
+                static_cast<int>(color.colorMode), color.colorBar, white.highRange, white.midRange, white.lowRange,
+                white.highMin, white.midMax, white.midMin, white.lowMax, af.afMode, af.ctrlOperation, af.tempAdapt,
+                af.afSpeed, af.compensateTemp);
 }
 
 // The values the service accepts for the automatic correction.
@@ -122,8 +122,7 @@ constexpr IspResource<_ThermalInfo> kThermal = {
     .toBlock = ThermalToBlock,
     .check = CheckCorrection,
     .get = {"%s[%s:%llu] Get ISP Thermal Param Successfully. " THERMAL_VALUES_EN,
-            "%s[%s:%llu] 获取图像热成像参数成功. " THERMAL_VALUES_CN,
-            "%s[%s:%llu] Get ISP Thermal Param Fail.",
+            "%s[%s:%llu] 获取图像热成像参数成功. " THERMAL_VALUES_CN, "%s[%s:%llu] Get ISP Thermal Param Fail.",
             "%s[%s:%llu] 获取图像热成像参数失败."},
     .put = {"%s[%s:%llu] Set ISP Thermal Param Successfully." THERMAL_VALUES_EN,
             "%s[%s:%llu] 设置图像热成像参数成功. " THERMAL_VALUES_CN,
@@ -200,5 +199,5 @@ template KXAPI_EXPORT int json_decode_member<_CorrectionInfo, unsigned int, Null
 template KXAPI_EXPORT int json_decode_member<_ThermalInfo, _ColorInfo, NullAlloc, NullDealloc, TempAfCoder>(
     json_object*, void*, _ThermalInfo&, ColorCoder const&, TempAfCoder);
 template KXAPI_EXPORT int WhiteModeWordCoder::decode(json_object*, void*, _WhiteMode&) const;
-template KXAPI_EXPORT int FormatCommonResponse<_ThermalInfo>(tagHTTP_HEADER_S*, VW_RESULT_TYPE,
-                                                             tagHTTP_CNTENT_INTER_S*, tagHTTP_BUF_S*);
+template KXAPI_EXPORT int FormatCommonResponse<_ThermalInfo>(tagHTTP_HEADER_S*, VW_RESULT_TYPE, tagHTTP_CNTENT_INTER_S*,
+                                                             tagHTTP_BUF_S*);

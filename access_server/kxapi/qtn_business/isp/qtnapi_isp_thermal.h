@@ -113,8 +113,7 @@ template <>
 struct MemberTable<_BasicData> {
     static auto coders()
     {
-        return std::make_tuple(member(&_BasicData::brightness, "brightness"),
-                               member(&_BasicData::contrast, "contrast"),
+        return std::make_tuple(member(&_BasicData::brightness, "brightness"), member(&_BasicData::contrast, "contrast"),
                                member(&_BasicData::detailEnhace, "detailEnhace"));
     }
 };

@@ -125,8 +125,7 @@ constexpr IspResource<_AEExpLockInfo> kAEExpLock = {
     .channelRule = IspChannelRule::Unsigned,
     .block = {ISP_CMD_EXPOSURE_LOCK, kIspChannelOfRequest, sizeof(_AEExpLockInfo)},
     .put = {"%s[%s:%llu] Set ISP AEExpLock Successfully. Enable:%d.",
-            "%s[%s:%llu] 设置图像曝光锁定参数成功. 是否使能:%d.",
-            "%s[%s:%llu] Set ISP AEExpLock Fail. Enable:%d.",
+            "%s[%s:%llu] 设置图像曝光锁定参数成功. 是否使能:%d.", "%s[%s:%llu] Set ISP AEExpLock Fail. Enable:%d.",
             "%s[%s:%llu] 设置图像曝光锁定参数失败. 是否使能:%d."},
     .logValues = LogAEExpLock,
     .putArgs = IspArgs::RunPst,
@@ -137,15 +136,14 @@ constexpr IspResource<_AEExpLockInfo> kAEExpLock = {
 
 // ---- Fake ratio ----
 
-KXAPI_STAGE int RunGetIspIaasFakeRatio(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
-                                       tagHTTP_CNTENT_INTER_S* ctIn)
+KXAPI_STAGE int RunGetIspIaasFakeRatio(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client, tagHTTP_CNTENT_INTER_S* ctIn)
 {
     return IspRunGet<kFakeRatio>(__func__, header, client, ctIn);
 }
 
 // The response template alone: no operation log.
-KXAPI_STAGE int FormatGetIspIaasFakeRatio(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
-                                          tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf)
+KXAPI_STAGE int FormatGetIspIaasFakeRatio(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, tagHTTP_CNTENT_INTER_S* ctIn,
+                                          tagHTTP_BUF_S* buf)
 {
     return FormatCommonResponse<_FakeRatio>(header, result, ctIn, buf);
 }
@@ -260,8 +258,7 @@ KXAPI_STAGE int RunPutIspIaasAEExpLock(tagHTTP_HEADER_S* pstHeader, tagHTTP_CLIE
     }
     const IspStage stage(__func__, pstHeader, pstCtIn);
     uint32_t channel = 0;
-    if (const int rc = stage.SrvChannel(kAEExpLock.channelRule, kAEExpLock.block.channel, &channel);
-        rc != VW_SUCCESS) {
+    if (const int rc = stage.SrvChannel(kAEExpLock.channelRule, kAEExpLock.block.channel, &channel); rc != VW_SUCCESS) {
         return rc;
     }
     auto* record = stage.Required<_AEExpLockInfo>(KXAPI_SLOT_REQUEST);
@@ -274,8 +271,8 @@ KXAPI_STAGE int RunPutIspIaasAEExpLock(tagHTTP_HEADER_S* pstHeader, tagHTTP_CLIE
     return VW_SUCCESS;
 }
 
-KXAPI_STAGE int FormatPutIspIaasAEExpLock(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
-                                          tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf)
+KXAPI_STAGE int FormatPutIspIaasAEExpLock(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, tagHTTP_CNTENT_INTER_S* ctIn,
+                                          tagHTTP_BUF_S* buf)
 {
     return IspFormatPut<kAEExpLock>(__func__, header, result, ctIn, buf);
 }

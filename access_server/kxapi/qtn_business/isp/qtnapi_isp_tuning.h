@@ -74,8 +74,8 @@ struct MemberTable<_AEExpLockInfo> {
 
 KXAPI_STAGE int RunGetIspIaasFakeRatio(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client,
                                        tagHTTP_CNTENT_INTER_S* ctIn);
-KXAPI_STAGE int FormatGetIspIaasFakeRatio(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
-                                          tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf);
+KXAPI_STAGE int FormatGetIspIaasFakeRatio(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, tagHTTP_CNTENT_INTER_S* ctIn,
+                                          tagHTTP_BUF_S* buf);
 
 KXAPI_STAGE int RunGetIspIaasAwb(tagHTTP_HEADER_S* header, tagHTTP_CLIENT_S* client, tagHTTP_CNTENT_INTER_S* ctIn);
 KXAPI_STAGE int FormatGetIspIaasAwb(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, tagHTTP_CNTENT_INTER_S* ctIn,
@@ -106,7 +106,7 @@ KXAPI_STAGE int ParsePutIspIaasAEExpLock(tagHTTP_HEADER_S* pstHeader, tagHTTP_CO
                                          tagHTTP_CNTENT_INTER_S* pstCtIn);
 KXAPI_STAGE int RunPutIspIaasAEExpLock(tagHTTP_HEADER_S* pstHeader, tagHTTP_CLIENT_S* pstClient,
                                        tagHTTP_CNTENT_INTER_S* pstCtIn);
-KXAPI_STAGE int FormatPutIspIaasAEExpLock(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result,
-                                          tagHTTP_CNTENT_INTER_S* ctIn, tagHTTP_BUF_S* buf);
+KXAPI_STAGE int FormatPutIspIaasAEExpLock(tagHTTP_HEADER_S* header, VW_RESULT_TYPE result, tagHTTP_CNTENT_INTER_S* ctIn,
+                                          tagHTTP_BUF_S* buf);
 
 #endif /* QTNAPI_ISP_TUNING_H */
