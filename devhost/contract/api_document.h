@@ -33,7 +33,7 @@ struct DeviceCommand {
 };
 
 // Everything the document says of one resource beyond its stages
-// (devhost/stage_table.h) and its record's member table.
+// (devhost/stages/stage_table.h) and its record's member table.
 struct ResourceContract {
     const char* name;
     const char* tag;
@@ -51,7 +51,7 @@ struct ResourceContract {
     const char* putNote = nullptr;
 };
 
-// One row per resource of kResourceRows (devhost/stage_table.h).
+// One row per resource of kResourceRows (devhost/stages/stage_table.h).
 const std::vector<ResourceContract>& ResourceContracts();
 
 // The routes of the simulators and the host ("paths" and "schemas"), as data.

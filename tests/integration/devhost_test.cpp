@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -319,6 +320,24 @@ TEST_F(Devhost, ServiceWithoutAnswerFailsAtTheModulesTimeOut)
     EXPECT_EQ(Call("GET", "/api/isp/FakeRatio").status, 500);
     EXPECT_THAT(Log(), Contains(AllOf(HasSubstr("[KXAPI]:wiro_message_recvfd_timeout failed,fd:"),
                                       HasSubstr(",err:" + std::to_string(ETIMEDOUT) + ","))));
+}
+
+// SIGTERM ends the host and both simulators at once while each service holds
+// an exchange for a fault.
+TEST_F(Devhost, StopsAtOnceWhileExchangesAreHeld)
+{
+    ASSERT_EQ(Call("POST", "/_sim/faults", R"({"command": 28, "kind": "noAnswer"})").status, 201);
+    ASSERT_EQ(Call("POST", "/_sim/faults", R"({"command": 3229, "kind": "noAnswer"})").status, 201);
+    std::vector<std::jthread> held;
+    for (const char* target : {"/api/isp/FakeRatio", "/api/isp/ExtreColor?ChannelId=101"}) {
+        held.emplace_back([this, target] { Call("GET", target); });
+    }
+    while (Journal().size() < 2) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    const auto stopped = std::chrono::steady_clock::now();
+    EXPECT_EQ(host_->Stop(), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - stopped, std::chrono::seconds(2));
 }
 
 // ---- inspection routes -----------------------------------------------------
