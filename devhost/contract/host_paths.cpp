@@ -139,8 +139,10 @@ constexpr const char kHostPaths[] = R"json({
         "command": {"type": "integer"},
         "channel": {"type": "integer", "description": "ISP service blocks only"},
         "size": {"type": "integer", "minimum": 0},
-        "hex": {"type": "string", "pattern": "^([0-9a-f]{2})*$", "description": "the bytes, two lower-case hex digits each"},
-        "fields": {"type": "object", "description": "the values the profile names in the block, shaped as in the profile"}
+        "hex": {"type": "string", "pattern": "^([0-9a-f]{2})*$",
+          "description": "the bytes, two lower-case hex digits each"},
+        "fields": {"type": "object",
+          "description": "the values the profile names in the block, shaped as in the profile"}
       },
       "required": ["command", "size", "hex"],
       "additionalProperties": false
@@ -148,7 +150,8 @@ constexpr const char kHostPaths[] = R"json({
     "SimBlockChange": {
       "type": "object",
       "properties": {
-        "hex": {"type": "string", "pattern": "^([0-9a-fA-F]{2})*$", "description": "the block's new bytes; their number must be the block's size"},
+        "hex": {"type": "string", "pattern": "^([0-9a-fA-F]{2})*$",
+          "description": "the block's new bytes; their number must be the block's size"},
         "command": {"type": "integer", "description": "when given, the path's command or code"}
       },
       "required": ["hex"]
@@ -156,14 +159,16 @@ constexpr const char kHostPaths[] = R"json({
     "SimJournalEntry": {
       "type": "object",
       "properties": {
-        "seq": {"type": "integer", "minimum": 1, "description": "shared by both simulators: the order of the exchanges"},
+        "seq": {"type": "integer", "minimum": 1,
+          "description": "shared by both simulators: the order of the exchanges"},
         "service": {"enum": ["isp", "control"]},
         "operation": {"enum": ["reset", "create", "read", "write"], "description": "ISP service exchanges"},
         "messageType": {"enum": ["read", "write"], "description": "control process exchanges"},
         "command": {"type": "integer"},
         "channel": {"type": ["integer", "null"]},
         "request": {"type": "string", "pattern": "^([0-9a-f]{2})*$"},
-        "reply": {"type": ["string", "null"], "pattern": "^([0-9a-f]{2})*$", "description": "null when no reply was given"},
+        "reply": {"type": ["string", "null"], "pattern": "^([0-9a-f]{2})*$",
+          "description": "null when no reply was given"},
         "status": {"type": ["integer", "null"], "description": "the ISP service's reply status"},
         "result": {"type": ["integer", "null"], "description": "the control process's reply Result"},
         "fault": {"enum": ["noAnswer", "delay", "status", "shortContent", "result", "sendFailure", "down"],
@@ -175,8 +180,10 @@ constexpr const char kHostPaths[] = R"json({
       "type": "object",
       "properties": {
         "entries": {"type": "array", "items": {"$ref": "#/components/schemas/SimJournalEntry"}},
-        "last": {"type": "integer", "minimum": 0, "description": "the seq of the newest exchange; pass it as since to get only newer ones"},
-        "dropped": {"type": "integer", "minimum": 0, "description": "how many exchanges went to keep the bound (--journal-keep) since the start or the last reset"}
+        "last": {"type": "integer", "minimum": 0,
+          "description": "the seq of the newest exchange; pass it as since to get only newer ones"},
+        "dropped": {"type": "integer", "minimum": 0,
+          "description": "how many exchanges went to keep the bound (--journal-keep) since the start or the last reset"}
       },
       "required": ["entries"]
     },
@@ -200,8 +207,10 @@ constexpr const char kHostPaths[] = R"json({
       "type": "object",
       "properties": {
         "lines": {"type": "array", "items": {"$ref": "#/components/schemas/SimLogLine"}},
-        "last": {"type": "integer", "minimum": 0, "description": "the seq of the newest line; pass it as since to get only newer ones"},
-        "dropped": {"type": "integer", "minimum": 0, "description": "how many lines went to keep the bound (--log-keep) since the start or the last reset"}
+        "last": {"type": "integer", "minimum": 0,
+          "description": "the seq of the newest line; pass it as since to get only newer ones"},
+        "dropped": {"type": "integer", "minimum": 0,
+          "description": "how many lines went to keep the bound (--log-keep) since the start or the last reset"}
       },
       "required": ["lines"]
     },
@@ -210,7 +219,8 @@ constexpr const char kHostPaths[] = R"json({
       "description": "a fault: without command it hits every command of its service, without channel every channel, without count it stays until cleared",
       "properties": {
         "kind": {"description": "the kinds: x-fault-table on POST /_sim/faults"},
-        "service": {"enum": ["isp", "control"], "description": "follows from command when not given (from 1000 on the control process)"},
+        "service": {"enum": ["isp", "control"],
+          "description": "follows from command when not given (from 1000 on the control process)"},
         "command": {"type": "integer"},
         "channel": {"type": "integer"},
         "ms": {"type": "integer", "description": "delay"},
@@ -249,8 +259,10 @@ constexpr const char kHostPaths[] = R"json({
               "content": {"application/json": {"schema": {"type": "object", "properties": {"ok": {"const": true}},
                                                           "required": ["ok"], "additionalProperties": false}}}},
     "SimConstant": {"description": "always the same",
-                    "content": {"application/json": {"schema": {"type": "object", "properties": {"constant": {"const": true}},
-                                                                "required": ["constant"], "additionalProperties": false}}}}
+                    "content": {"application/json": {"schema": {"type": "object",
+                      "properties": {"constant": {"const": true}},
+                                                                "required": ["constant"],
+                                                                  "additionalProperties": false}}}}
   },
   "parameters": {
     "Since": {"name": "since", "in": "query", "required": false,
