@@ -60,6 +60,21 @@ json_object* Response(const std::string& description, json_object* schema)
     return r;
 }
 
+namespace {
+
+// {"allOf": [the schema `name`, `refinement`]}: a shared schema narrowed.
+json_object* Refined(const char* name, json_object* refinement)
+{
+    json_object* allOf = json_object_new_array();
+    json_object_array_add(allOf, Ref(std::string(kSchemas) + name));
+    json_object_array_add(allOf, refinement);
+    json_object* schema = Object();
+    Put(schema, "allOf", allOf);
+    return schema;
+}
+
+}  // namespace
+
 // ---- the status envelope ---------------------------------------------------
 
 std::map<unsigned, std::vector<StatusVariant>> EnvelopeByHttpStatus()
@@ -121,12 +136,7 @@ json_object* EnvelopeSchema(const std::vector<StatusVariant>& variants, std::str
     }
     json_object* variant = Object();
     Put(variant, "oneOf", oneOf);
-    json_object* allOf = json_object_new_array();
-    json_object_array_add(allOf, Ref(std::string(kSchemas) + "ResponseStatus"));
-    json_object_array_add(allOf, variant);
-    json_object* schema = Object();
-    Put(schema, "allOf", allOf);
-    return schema;
+    return Refined("ResponseStatus", variant);
 }
 
 // ---- the host's own refusals ------------------------------------------------
@@ -193,12 +203,7 @@ json_object* HostErrorSchemaFor(unsigned status)
     Put(props, "error", error);
     json_object* exact = Object();
     Put(exact, "properties", props);
-    json_object* allOf = json_object_new_array();
-    json_object_array_add(allOf, Ref(std::string(kSchemas) + "HostError"));
-    json_object_array_add(allOf, exact);
-    json_object* schema = Object();
-    Put(schema, "allOf", allOf);
-    return schema;
+    return Refined("HostError", exact);
 }
 
 }  // namespace

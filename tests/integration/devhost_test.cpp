@@ -147,10 +147,10 @@ INSTANTIATE_TEST_SUITE_P(EveryResource, ResourceExchange, ValuesIn(kResourceCase
 
 struct FailureCase {
     const char* name;
-    const char* method;
-    std::string target;
-    std::string body;
-    int status;
+    const char* method = "GET";
+    std::string target = "";
+    std::string body = "";
+    int status = 0;
     const char* code = nullptr;    // the module's StatusCode; null: the host refuses and calls no stage
     const char* device = nullptr;  // a device route that must be left as it was
     const char* fault = nullptr;   // armed before the request; once cleared, the request succeeds
@@ -219,59 +219,79 @@ const FailureCase kFailureCases[] = {
     {"ControlProcessDownUntilReset", "GET", "/api/isp/Awb?ChannelId=101", "", 500, "1", nullptr, R"({"kind": "down"})",
      "[KXAPI]:Send SynUnixMsg for Getting cmd[3231] failed", "", true},
     // What libmicrohttpd would answer with its own page, refused by the host.
-    {"UnsupportedHttpVersion", "GET", "", "", 505, nullptr, nullptr, nullptr, nullptr,
-     "GET /api/isp/FakeRatio HTTP/9.9\r\nHost: 127.0.0.1\r\n\r\n"},
-    {"RequestLineWithoutVersion", "GET", "", "", 400, nullptr, nullptr, nullptr, nullptr,
-     "GET /api/isp/FakeRatio\r\nHost: 127.0.0.1\r\n\r\n"},
-    {"HeaderLineWithoutColon", "GET", "", "", 400, nullptr, nullptr, nullptr, nullptr,
-     "GET /api/isp/FakeRatio HTTP/1.1\r\nHost 127.0.0.1\r\n\r\n"},
-    {"ContentLengthNotANumber", "PUT", "", "", 400, nullptr, nullptr, nullptr, nullptr,
-     "PUT /api/isp/AEExpLock?ChannelId=101 HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 1x\r\n\r\n"},
-    {"HeadOnePastTheLimit", "PUT", "", "", 431, nullptr, nullptr, nullptr, nullptr,
-     HeadOfSize(kExposureLockHead, kHeadLimit + 1, R"({"enable": true})")},
-    {"HeadOfAHundredKilobytes", "GET", "", "", 431, nullptr, nullptr, nullptr, nullptr,
-     HeadOfSize("GET /api/isp/FakeRatio HTTP/1.1\r\nHost: 127.0.0.1\r\n", 100 * 1024)},
-    {"HeadAtTheLimit", "PUT", "", "", 200, "0", nullptr, nullptr, nullptr,
-     HeadOfSize(kExposureLockHead, kHeadLimit, R"({"enable": true})")},
+    {.name = "UnsupportedHttpVersion",
+     .status = 505,
+     .raw = "GET /api/isp/FakeRatio HTTP/9.9\r\nHost: 127.0.0.1\r\n\r\n"},
+    {.name = "RequestLineWithoutVersion", .status = 400, .raw = "GET /api/isp/FakeRatio\r\nHost: 127.0.0.1\r\n\r\n"},
+    {.name = "HeaderLineWithoutColon",
+     .status = 400,
+     .raw = "GET /api/isp/FakeRatio HTTP/1.1\r\nHost 127.0.0.1\r\n\r\n"},
+    {.name = "ContentLengthNotANumber",
+     .status = 400,
+     .raw = "PUT /api/isp/AEExpLock?ChannelId=101 HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 1x\r\n\r\n"},
+    {.name = "HeadOnePastTheLimit",
+     .status = 431,
+     .raw = HeadOfSize(kExposureLockHead, kHeadLimit + 1, R"({"enable": true})")},
+    {.name = "HeadOfAHundredKilobytes",
+     .status = 431,
+     .raw = HeadOfSize("GET /api/isp/FakeRatio HTTP/1.1\r\nHost: 127.0.0.1\r\n", 100 * 1024)},
+    {.name = "HeadAtTheLimit",
+     .status = 200,
+     .code = "0",
+     .raw = HeadOfSize(kExposureLockHead, kHeadLimit, R"({"enable": true})")},
     // A body's framing the host does not take.
-    {"ContentLengthPastAnyInteger", "PUT", "", "", 413, nullptr, nullptr, nullptr, nullptr,
-     "PUT /api/isp/AEExpLock?ChannelId=101 HTTP/1.1\r\nHost: 127.0.0.1\r\n"
-     "Content-Length: 18446744073709551616\r\n\r\n"},
-    {"ContentLengthOnePastTheBodyLimit", "PUT", "", "", 413, nullptr, nullptr, nullptr, nullptr,
-     "PUT /api/isp/AEExpLock?ChannelId=101 HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 65537\r\n\r\n"},
-    {"TwoDifferentContentLengths", "PUT", "", "", 400, nullptr, "/_sim/isp/16/0", nullptr, nullptr,
-     "PUT /api/isp/AEExpLock?ChannelId=101 HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 16\r\n"
-     "Content-Length: 17\r\n\r\n{\"enable\": true} "},
-    {"ContentLengthBesideChunked", "PUT", "", "", 400, nullptr, nullptr, nullptr, nullptr,
-     "PUT /api/isp/AEExpLock?ChannelId=101 HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 5\r\n"
-     "Transfer-Encoding: chunked\r\n\r\n0\r\n\r\n"},
-    {"ChunkedUnderGzip", "PUT", "", "", 501, nullptr, nullptr, nullptr, nullptr,
-     "PUT /api/isp/AEExpLock?ChannelId=101 HTTP/1.1\r\nHost: 127.0.0.1\r\n"
-     "Transfer-Encoding: gzip, chunked\r\n\r\n0\r\n\r\n"},
+    {.name = "ContentLengthPastAnyInteger",
+     .status = 413,
+     .raw = "PUT /api/isp/AEExpLock?ChannelId=101 HTTP/1.1\r\nHost: 127.0.0.1\r\n"
+            "Content-Length: 18446744073709551616\r\n\r\n"},
+    {.name = "ContentLengthOnePastTheBodyLimit",
+     .status = 413,
+     .raw = "PUT /api/isp/AEExpLock?ChannelId=101 HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 65537\r\n\r\n"},
+    {.name = "TwoDifferentContentLengths",
+     .status = 400,
+     .device = "/_sim/isp/16/0",
+     .raw = "PUT /api/isp/AEExpLock?ChannelId=101 HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 16\r\n"
+            "Content-Length: 17\r\n\r\n{\"enable\": true} "},
+    {.name = "ContentLengthBesideChunked",
+     .status = 400,
+     .raw = "PUT /api/isp/AEExpLock?ChannelId=101 HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 5\r\n"
+            "Transfer-Encoding: chunked\r\n\r\n0\r\n\r\n"},
+    {.name = "ChunkedUnderGzip",
+     .status = 501,
+     .raw = "PUT /api/isp/AEExpLock?ChannelId=101 HTTP/1.1\r\nHost: 127.0.0.1\r\n"
+            "Transfer-Encoding: gzip, chunked\r\n\r\n0\r\n\r\n"},
     // Requests under a name that is not the host's (DNS rebinding), or from
     // a page of another origin.
-    {"HostOfAnotherName", "GET", "", "", 421, nullptr, nullptr, nullptr, nullptr,
-     "GET /_sim/journal HTTP/1.1\r\nHost: attacker.example\r\nConnection: close\r\n\r\n"},
-    {"HostOnAnotherPort", "GET", "", "", 421, nullptr, nullptr, nullptr, nullptr,
-     "GET /_sim/journal HTTP/1.1\r\nHost: localhost:1\r\nConnection: close\r\n\r\n"},
-    {"NoHost", "GET", "", "", 400, nullptr, nullptr, nullptr, nullptr,
-     "GET /_sim/journal HTTP/1.1\r\nConnection: close\r\n\r\n"},
-    {"TwoHosts", "GET", "", "", 400, nullptr, nullptr, nullptr, nullptr,
-     "GET /_sim/journal HTTP/1.1\r\nHost: 127.0.0.1\r\nHost: attacker.example\r\nConnection: close\r\n\r\n"},
-    {"PutFromAnotherOrigin", "PUT", "", "", 403, nullptr, "/_sim/control/3229", nullptr, nullptr,
-     "PUT /api/isp/ExtreColor?ChannelId=101 HTTP/1.1\r\nHost: 127.0.0.1\r\nOrigin: http://attacker.test\r\n"
-     "Content-Length: 22\r\nConnection: close\r\n\r\n{\"fusionStrength\": 71}"},
-    {"FaultFromASameSitePage", "POST", "", "", 403, nullptr, nullptr, nullptr, nullptr,
-     "POST /_sim/faults HTTP/1.1\r\nHost: 127.0.0.1\r\nSec-Fetch-Site: same-site\r\nContent-Type: text/plain\r\n"
-     "Content-Length: 15\r\nConnection: close\r\n\r\n{\"kind\":\"down\"}"},
-    {"ResetFromAnOpaqueOrigin", "POST", "", "", 403, nullptr, nullptr, nullptr, nullptr,
-     "POST /_sim/reset HTTP/1.1\r\nHost: 127.0.0.1\r\nOrigin: null\r\nConnection: close\r\n\r\n"},
+    {.name = "HostOfAnotherName",
+     .status = 421,
+     .raw = "GET /_sim/journal HTTP/1.1\r\nHost: attacker.example\r\nConnection: close\r\n\r\n"},
+    {.name = "HostOnAnotherPort",
+     .status = 421,
+     .raw = "GET /_sim/journal HTTP/1.1\r\nHost: localhost:1\r\nConnection: close\r\n\r\n"},
+    {.name = "NoHost", .status = 400, .raw = "GET /_sim/journal HTTP/1.1\r\nConnection: close\r\n\r\n"},
+    {.name = "TwoHosts",
+     .status = 400,
+     .raw = "GET /_sim/journal HTTP/1.1\r\nHost: 127.0.0.1\r\nHost: attacker.example\r\nConnection: close\r\n\r\n"},
+    {.name = "PutFromAnotherOrigin",
+     .status = 403,
+     .device = "/_sim/control/3229",
+     .raw = "PUT /api/isp/ExtreColor?ChannelId=101 HTTP/1.1\r\nHost: 127.0.0.1\r\nOrigin: http://attacker.test\r\n"
+            "Content-Length: 22\r\nConnection: close\r\n\r\n{\"fusionStrength\": 71}"},
+    {.name = "FaultFromASameSitePage",
+     .status = 403,
+     .raw = "POST /_sim/faults HTTP/1.1\r\nHost: 127.0.0.1\r\nSec-Fetch-Site: same-site\r\nContent-Type: text/plain\r\n"
+            "Content-Length: 15\r\nConnection: close\r\n\r\n{\"kind\":\"down\"}"},
+    {.name = "ResetFromAnOpaqueOrigin",
+     .status = 403,
+     .raw = "POST /_sim/reset HTTP/1.1\r\nHost: 127.0.0.1\r\nOrigin: null\r\nConnection: close\r\n\r\n"},
     // A later request of a kept-alive connection meets the same rules.
-    {"LaterRequestFromAnotherOrigin", "PUT", "", "", 403, nullptr, "/_sim/control/3229", nullptr, nullptr,
-     "GET /openapi.json HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n"
-     "PUT /api/isp/ExtreColor?ChannelId=101 HTTP/1.1\r\nHost: 127.0.0.1\r\nOrigin: http://127.0.0.1:1\r\n"
-     "Content-Length: 22\r\nConnection: close\r\n\r\n{\"fusionStrength\": 72}",
-     false, true},
+    {.name = "LaterRequestFromAnotherOrigin",
+     .status = 403,
+     .device = "/_sim/control/3229",
+     .raw = "GET /openapi.json HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n"
+            "PUT /api/isp/ExtreColor?ChannelId=101 HTTP/1.1\r\nHost: 127.0.0.1\r\nOrigin: http://127.0.0.1:1\r\n"
+            "Content-Length: 22\r\nConnection: close\r\n\r\n{\"fusionStrength\": 72}",
+     .lastAnswer = true},
     // Numbers past their field, which the simulators once cut to 32 bits.
     {"CommandPast32Bits", "GET", "/_sim/isp/4294967324/0", "", 404},
     {"ChannelPast32Bits", "GET", "/_sim/isp/28/4294967296", "", 404},
